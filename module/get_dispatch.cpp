@@ -1,0 +1,62 @@
+// The read keys in comparison order; the first equal key wins. A null handler is a
+// key whose feature is not built yet: get answers it with nil, as an unknown key.
+#include <string.h>
+
+#include "module/dispatch.h"
+#include "module/small_queries.h"
+#include "platform/text.h"
+
+namespace velconfig {
+namespace {
+
+const GetKey kGetKeys[] = {
+    {"hasWiFi", get_has_wifi},
+    {"hasPots", get_has_pots},
+    {"hasUsb", get_has_usb},
+    {"devType", nullptr},
+    {"hasMesh", nullptr},
+    {"gwIPs", nullptr},
+    {"getAppConfig", get_app_config},
+    {"allInfo", nullptr},
+    {"gwStatus", nullptr},
+    {"gwInfo", nullptr},
+    {"lan", nullptr},
+    {"ddns", nullptr},
+    {"iptv", nullptr},
+    {"easymesh_config", nullptr},
+    {"pmLists", nullptr},
+    {"interConndStatus", nullptr},
+    {"wifiBasic", nullptr},
+    {"wifiAdv", nullptr},
+    {"hostsInfo", nullptr},
+    {"itvVoipReg", nullptr},
+    {"blackHosts", nullptr},
+    {"usbDevices", nullptr},
+    {"fileLists", nullptr},
+    {"selectedUsb", nullptr},
+    {"subFiles", nullptr},
+    {"newFolder", nullptr},
+    {"deleteFiles", nullptr},
+    {"renameFile", nullptr},
+    {"getDiagFolders", nullptr},
+    {"copyMove", nullptr},
+    {"copyProgress", nullptr},
+    {"usbFormat", nullptr},
+    {"checkLoid", nullptr},
+    {"regProcess", nullptr},
+    {"getMallUrl", nullptr},
+    {"getAppParas", nullptr},
+    {"wifiSsid", nullptr},
+};
+static_assert(sizeof kGetKeys / sizeof kGetKeys[0] == 37, "get knows 37 keys");
+
+}  // namespace
+
+GetHandler find_get_handler(const char* key) {
+  for (const GetKey& row : kGetKeys) {
+    if (strcmp(row.key, key) == 0) return row.handler;
+  }
+  return nullptr;
+}
+
+}  // namespace velconfig

@@ -1,0 +1,49 @@
+// The write keys in comparison order; the first equal key wins. A null handler is a
+// key whose feature is not built yet: set answers it with 1, as an unknown key.
+#include <string.h>
+
+#include "module/dispatch.h"
+#include "system/system.h"
+
+namespace velconfig {
+namespace {
+
+const SetKey kSetKeys[] = {
+    {"account", nullptr},
+    {"lan", nullptr},
+    {"ddns", nullptr},
+    {"iptv", nullptr},
+    {"easymesh_config", nullptr},
+    {"wifiBasic", nullptr},
+    {"wifiAdv", nullptr},
+    {"pmSetSingle", nullptr},
+    {"pmSetAll", nullptr},
+    {"startInterConnd", nullptr},
+    {"syncConfig", nullptr},
+    {"syncOnoff", nullptr},
+    {"configAP", nullptr},
+    {"hostSettings", nullptr},
+    {"rmBlackHost", nullptr},
+    {"restore", set_restore},
+    {"fwrestore", set_fwrestore},
+    {"reboot", set_reboot},
+    {"checkTAPasswd", nullptr},
+    {"checkUAPasswd", nullptr},
+    {"setloid", nullptr},
+    {"registerloid", nullptr},
+    {"usbModifyLabel", nullptr},
+    {"setAppParas", nullptr},
+    {"logInfo", nullptr},
+};
+static_assert(sizeof kSetKeys / sizeof kSetKeys[0] == 25, "set knows 25 keys");
+
+}  // namespace
+
+SetHandler find_set_handler(const char* key) {
+  for (const SetKey& row : kSetKeys) {
+    if (strcmp(row.key, key) == 0) return row.handler;
+  }
+  return nullptr;
+}
+
+}  // namespace velconfig

@@ -1,0 +1,35 @@
+// Bounded text handling for fixed record fields and page inputs.
+#pragma once
+
+#include <stdint.h>
+#include <string.h>
+
+#include <string_view>
+
+namespace velconfig {
+
+// The text of a record field up to its terminator, never past the field's end even
+// when the platform left it unterminated.
+template <size_t N>
+std::string_view field_text(const char (&field)[N]) {
+  return std::string_view(field, strnlen(field, N));
+}
+
+// Copies at most N - 1 characters and always terminates.
+template <size_t N>
+void copy_text(char (&dest)[N], std::string_view src) {
+  size_t n = src.size() < N - 1 ? src.size() : N - 1;
+  memcpy(dest, src.data(), n);
+  dest[n] = '\0';
+}
+
+// Decimal conversion as atoi does it (leading blanks, optional sign, digits; none
+// gives 0), without atoi's undefined behaviour on overflow: the low 32 bits are kept.
+int32_t decimal_value(const char* text);
+inline int32_t decimal_value(std::string_view text) {
+  char buf[32] = {};
+  copy_text(buf, text);
+  return decimal_value(buf);
+}
+
+}  // namespace velconfig

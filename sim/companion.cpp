@@ -1,0 +1,202 @@
+// velconfig_simctl: the test and tool companion of the simulator (never on a gateway).
+// Lets a Lua script load and read the model, read the journal and the log lines,
+// inject faults and pin the clock.
+#include <lua.hpp>
+#include <stdio.h>
+
+#include <string>
+
+#include "sim/sim.h"
+
+namespace {
+
+// Pushes a JSON value as a Lua value: objects and arrays become tables.
+void push_json(lua_State* L, json_t* v) {
+  switch (json_typeof(v)) {
+    case JSON_OBJECT: {
+      lua_newtable(L);
+      const char* key;
+      json_t* item;
+      json_object_foreach(v, key, item) {
+        if (json_is_null(item)) continue;
+        lua_pushstring(L, key);
+        push_json(L, item);
+        lua_settable(L, -3);
+      }
+      break;
+    }
+    case JSON_ARRAY: {
+      lua_newtable(L);
+      size_t i;
+      json_t* item;
+      json_array_foreach(v, i, item) {
+        if (json_is_null(item)) continue;
+        push_json(L, item);
+        lua_rawseti(L, -2, static_cast<int>(i + 1));
+      }
+      break;
+    }
+    case JSON_STRING:
+      lua_pushlstring(L, json_string_value(v), json_string_length(v));
+      break;
+    case JSON_INTEGER:
+      lua_pushnumber(L, static_cast<lua_Number>(json_integer_value(v)));
+      break;
+    case JSON_REAL:
+      lua_pushnumber(L, json_real_value(v));
+      break;
+    case JSON_TRUE:
+      lua_pushboolean(L, 1);
+      break;
+    case JSON_FALSE:
+      lua_pushboolean(L, 0);
+      break;
+    default:
+      lua_pushnil(L);
+  }
+}
+
+// Raises message as a Lua error once no C++ object is alive in this frame.
+int fail_with(lua_State* L, const char* message) { return luaL_error(L, "%s", message); }
+
+int l_reset(lua_State*) {
+  std::string reason;
+  velsim::load_model_text(velsim::default_model_text(), &reason);
+  velsim::clear_journal();
+  velsim::clear_logs();
+  velsim::clear_faults();
+  velsim::unpin_clock();
+  return 0;
+}
+
+int l_load_model(lua_State* L) {
+  const char* text = luaL_checkstring(L, 1);
+  char message[256] = {};
+  {
+    std::string reason;
+    if (!velsim::load_model_text(text, &reason)) snprintf(message, sizeof message, "%s", reason.c_str());
+  }
+  if (message[0] != '\0') return fail_with(L, message);
+  return 0;
+}
+
+int l_model(lua_State* L) {
+  char* text = json_dumps(velsim::model(), JSON_SORT_KEYS | JSON_INDENT(1));
+  lua_pushstring(L, text != nullptr ? text : "{}");
+  free(text);
+  return 1;
+}
+
+int l_default_model(lua_State* L) {
+  lua_pushstring(L, velsim::default_model_text());
+  return 1;
+}
+
+int l_journal(lua_State* L) {
+  push_json(L, velsim::journal_entries());
+  return 1;
+}
+
+int l_clear_journal(lua_State*) {
+  velsim::clear_journal();
+  return 0;
+}
+
+int l_logs(lua_State* L) {
+  push_json(L, velsim::log_lines());
+  return 1;
+}
+
+int l_clear_logs(lua_State*) {
+  velsim::clear_logs();
+  return 0;
+}
+
+int l_fail(lua_State* L) {
+  const char* op = luaL_checkstring(L, 1);
+  int32_t code = static_cast<int32_t>(luaL_checkinteger(L, 2));
+  int32_t times = static_cast<int32_t>(luaL_optinteger(L, 3, 0));
+  velsim::set_fault(op, code, times);
+  return 0;
+}
+
+int l_clear_faults(lua_State*) {
+  velsim::clear_faults();
+  return 0;
+}
+
+int l_pin_clock(lua_State* L) {
+  velsim::pin_clock(static_cast<int64_t>(luaL_checknumber(L, 1)));
+  return 0;
+}
+
+int l_advance_clock(lua_State* L) {
+  velsim::pin_clock(velsim::now() + static_cast<int64_t>(luaL_checknumber(L, 1)));
+  return 0;
+}
+
+int l_unpin_clock(lua_State*) {
+  velsim::unpin_clock();
+  return 0;
+}
+
+int l_now(lua_State* L) {
+  lua_pushnumber(L, static_cast<lua_Number>(velsim::now()));
+  return 1;
+}
+
+int l_use_state_file(lua_State* L) {
+  const char* path = luaL_optstring(L, 1, "");
+  char message[512] = {};
+  {
+    std::string reason;
+    if (!velsim::use_state_file(path, &reason)) snprintf(message, sizeof message, "%s", reason.c_str());
+  }
+  if (message[0] != '\0') return fail_with(L, message);
+  return 0;
+}
+
+int l_set_root(lua_State* L) {
+  velsim::set_file_root(luaL_checkstring(L, 1));
+  return 0;
+}
+
+int l_root(lua_State* L) {
+  lua_pushstring(L, velsim::file_root());
+  return 1;
+}
+
+int l_log_to_stderr(lua_State* L) {
+  velsim::set_log_to_stderr(lua_toboolean(L, 1) != 0);
+  return 0;
+}
+
+const luaL_Reg kFunctions[] = {
+    {"reset", l_reset},
+    {"load_model", l_load_model},
+    {"model", l_model},
+    {"default_model", l_default_model},
+    {"journal", l_journal},
+    {"clear_journal", l_clear_journal},
+    {"logs", l_logs},
+    {"clear_logs", l_clear_logs},
+    {"fail", l_fail},
+    {"clear_faults", l_clear_faults},
+    {"pin_clock", l_pin_clock},
+    {"advance_clock", l_advance_clock},
+    {"unpin_clock", l_unpin_clock},
+    {"now", l_now},
+    {"use_state_file", l_use_state_file},
+    {"set_root", l_set_root},
+    {"root", l_root},
+    {"log_to_stderr", l_log_to_stderr},
+    {nullptr, nullptr},
+};
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int luaopen_velconfig_simctl(lua_State* L) {
+  lua_newtable(L);
+  luaL_register(L, nullptr, kFunctions);
+  return 1;
+}

@@ -1,0 +1,172 @@
+// ZoVelDBus* over the registered properties.
+#include "sim/dbus.h"
+
+#include <string.h>
+
+#include <vector>
+
+#include "platform/zovel.h"
+#include "sim/sim.h"
+
+namespace velsim {
+namespace {
+
+std::vector<Property>& registry() {
+  static std::vector<Property> properties;
+  return properties;
+}
+
+bool path_matches(const Property& p, const char* path) {
+  size_t n = strlen(p.path);
+  if (n > 0 && p.path[n - 1] == '/') return strncmp(p.path, path, n) == 0 && path[n] != '\0';
+  return strcmp(p.path, path) == 0;
+}
+
+const Property* find(const char* service, const char* path, const char* interface, const char* name) {
+  if (service == nullptr || path == nullptr || interface == nullptr || name == nullptr) return nullptr;
+  for (const Property& p : registry()) {
+    if (strcmp(p.service, service) == 0 && strcmp(p.interface, interface) == 0 &&
+        strcmp(p.name, name) == 0 && path_matches(p, path)) {
+      return &p;
+    }
+  }
+  return nullptr;
+}
+
+json_t* where(const char* service, const char* path, const char* interface) {
+  return json_pack("{s:s?,s:s?,s:s?}", "service", service, "path", path, "interface", interface);
+}
+
+}  // namespace
+
+PropertyTable::PropertyTable(std::initializer_list<Property> properties) {
+  for (const Property& p : properties) registry().push_back(p);
+}
+
+json_t* variant_to_json(GVariant* v) {
+  if (v == nullptr) return json_null();
+  if (g_variant_is_of_type(v, G_VARIANT_TYPE_BOOLEAN)) return json_boolean(g_variant_get_boolean(v));
+  if (g_variant_is_of_type(v, G_VARIANT_TYPE_STRING)) return json_string(g_variant_get_string(v, nullptr));
+  if (g_variant_is_of_type(v, G_VARIANT_TYPE_BYTE)) return json_integer(g_variant_get_byte(v));
+  if (g_variant_is_of_type(v, G_VARIANT_TYPE_INT32)) return json_integer(g_variant_get_int32(v));
+  if (g_variant_is_of_type(v, G_VARIANT_TYPE_UINT32)) return json_integer(g_variant_get_uint32(v));
+  if (g_variant_is_of_type(v, G_VARIANT_TYPE_VARIANT)) {
+    GVariant* inner = g_variant_get_variant(v);
+    json_t* j = variant_to_json(inner);
+    g_variant_unref(inner);
+    return j;
+  }
+  gchar* printed = g_variant_print(v, TRUE);
+  json_t* j = json_string(printed);
+  g_free(printed);
+  return j;
+}
+
+}  // namespace velsim
+
+using velsim::operation;
+
+extern "C" int32_t ZoVelDBusGetProperty(const char* service, const char* path, const char* interface,
+                                        const char* property, GVariant** value) {
+  json_t* args = velsim::where(service, path, interface);
+  json_object_set_new(args, "property", json_string(property != nullptr ? property : ""));
+  return operation("ZoVelDBusGetProperty", args, [&]() -> int32_t {
+    const velsim::Property* p = velsim::find(service, path, interface, property);
+    if (p == nullptr) return velsim::kNoSuchProperty;
+    GVariant* v = p->get(path);
+    if (v == nullptr) return velsim::kNoSuchObject;
+    *value = g_variant_ref_sink(v);
+    return 0;
+  });
+}
+
+extern "C" int32_t ZoVelDBusGetAllProperty(const char* service, const char* path, const char* interface,
+                                           GVariant** value) {
+  return operation("ZoVelDBusGetAllProperty", velsim::where(service, path, interface), [&]() -> int32_t {
+    if (service == nullptr || path == nullptr || interface == nullptr) return velsim::kNoSuchProperty;
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+    int found = 0;
+    for (const velsim::Property& p : velsim::registry()) {
+      if (strcmp(p.service, service) != 0 || strcmp(p.interface, interface) != 0 ||
+          !velsim::path_matches(p, path)) {
+        continue;
+      }
+      GVariant* v = p.get(path);
+      if (v == nullptr) continue;
+      g_variant_builder_add(&builder, "{sv}", p.name, v);
+      ++found;
+    }
+    GVariant* dict = g_variant_builder_end(&builder);
+    if (found == 0) {
+      g_variant_unref(g_variant_ref_sink(dict));
+      return velsim::kNoSuchObject;
+    }
+    *value = g_variant_ref_sink(dict);
+    return 0;
+  });
+}
+
+extern "C" int32_t ZoVelDBusSetProperty(const char* service, const char* path, const char* interface,
+                                        const char* property, GVariant* value) {
+  // The write consumes a floating value, whatever happens to it.
+  GVariant* held = value != nullptr ? g_variant_ref_sink(value) : nullptr;
+  json_t* args = velsim::where(service, path, interface);
+  json_object_set_new(args, "property", json_string(property != nullptr ? property : ""));
+  json_object_set_new(args, "value", velsim::variant_to_json(held));
+  int32_t code = operation("ZoVelDBusSetProperty", args, [&]() -> int32_t {
+    const velsim::Property* p = velsim::find(service, path, interface, property);
+    if (p == nullptr) return velsim::kNoSuchProperty;
+    if (p->set == nullptr) return velsim::kReadOnly;
+    if (held == nullptr) return velsim::kWrongType;
+    int32_t rc = p->set(path, held);
+    if (rc == 0) velsim::model_changed();
+    return rc;
+  });
+  if (held != nullptr) g_variant_unref(held);
+  return code;
+}
+
+extern "C" int32_t ZoVelDBusSetMultiProperty(const char* service, const char* path, const char* interface,
+                                             GVariant* dictionary) {
+  json_t* args = velsim::where(service, path, interface);
+  json_t* entries = json_array();
+  bool is_dict = dictionary != nullptr && g_variant_is_of_type(dictionary, G_VARIANT_TYPE("a{sv}"));
+  if (is_dict) {
+    GVariantIter iter;
+    const char* name;
+    GVariant* v;
+    g_variant_iter_init(&iter, dictionary);
+    while (g_variant_iter_loop(&iter, "{&sv}", &name, &v)) {
+      json_array_append_new(entries, json_pack("[s,o]", name, velsim::variant_to_json(v)));
+    }
+  }
+  json_object_set_new(args, "entries", entries);
+  return operation("ZoVelDBusSetMultiProperty", args, [&]() -> int32_t {
+    if (!is_dict) return velsim::kWrongType;
+    // Check every entry first, so that a refused write changes nothing.
+    GVariantIter iter;
+    const char* name;
+    GVariant* v;
+    g_variant_iter_init(&iter, dictionary);
+    while (g_variant_iter_loop(&iter, "{&sv}", &name, &v)) {
+      const velsim::Property* p = velsim::find(service, path, interface, name);
+      if (p == nullptr) {
+        g_variant_unref(v);
+        return velsim::kNoSuchProperty;
+      }
+      if (p->set == nullptr) {
+        g_variant_unref(v);
+        return velsim::kReadOnly;
+      }
+    }
+    int32_t code = 0;
+    g_variant_iter_init(&iter, dictionary);
+    while (g_variant_iter_loop(&iter, "{&sv}", &name, &v)) {
+      int32_t rc = velsim::find(service, path, interface, name)->set(path, v);
+      if (rc != 0 && code == 0) code = rc;
+    }
+    velsim::model_changed();
+    return code;
+  });
+}

@@ -1,0 +1,39 @@
+// The simulated D-Bus objects: each property is a getter and setter over the model,
+// so a write shows in every record that carries the same fact.
+#pragma once
+
+#include <glib.h>
+#include <jansson.h>
+#include <stdint.h>
+
+#include <initializer_list>
+
+namespace velsim {
+
+struct Property {
+  const char* service;
+  // An exact object path, or a prefix ending in "/" that covers every instance below.
+  const char* path;
+  const char* interface;
+  const char* name;
+  // A new value, or null when the object at path does not exist.
+  GVariant* (*get)(const char* path);
+  // 0 on success; null for a read-only property.
+  int32_t (*set)(const char* path, GVariant* value);
+};
+
+// Registers properties at start-up: `static PropertyTable t{{...}, {...}};`.
+struct PropertyTable {
+  PropertyTable(std::initializer_list<Property> properties);
+};
+
+// JSON form of a basic GVariant, as the journal shows it.
+json_t* variant_to_json(GVariant* value);
+
+// Results the simulated D-Bus layer gives.
+constexpr int32_t kNoSuchProperty = -1;
+constexpr int32_t kReadOnly = -2;
+constexpr int32_t kWrongType = -3;
+constexpr int32_t kNoSuchObject = -4;
+
+}  // namespace velsim

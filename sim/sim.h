@@ -1,0 +1,85 @@
+// The simulator's core: one gateway model (a Jansson document), its clock, the
+// journal of platform operations, the log lines, and injected faults.
+#pragma once
+
+#include <glib.h>
+#include <jansson.h>
+#include <stdint.h>
+
+#include <string>
+
+namespace velsim {
+
+// The model, loaded on first use: from VELCONFIG_SIM_STATE when set (seeded from the
+// embedded default when the file does not exist), else the embedded default.
+json_t* model();
+// Saves the model (atomically) when it lives in a state file. Call after a change.
+void model_changed();
+// Replaces the model; false with a reason when text is not a JSON object.
+bool load_model_text(const char* text, std::string* reason);
+// The embedded default model.
+const char* default_model_text();
+// Uses path as the state file from now on (empty: in memory) and reloads.
+bool use_state_file(const std::string& path, std::string* reason);
+
+// Seconds since the epoch, pinned or real.
+int64_t now();
+void pin_clock(int64_t t);
+void unpin_clock();
+// Seconds the model's time-dependent figures have run since they were true.
+int64_t elapsed();
+// Folds the elapsed time into the figures, so that base becomes now.
+void settle_time();
+
+// Journal: op name plus an object of arguments (stolen; may be null).
+void journal(const char* op, json_t* args);
+json_t* journal_entries();  // borrowed array
+void clear_journal();
+
+void add_log(int32_t level, const char* text);
+json_t* log_lines();  // borrowed array of {level, text}
+void clear_logs();
+void set_log_to_stderr(bool on);
+
+// Faults: an operation made to fail returns code and touches no out-parameter.
+void set_fault(const char* op, int32_t code, int32_t times);  // times <= 0: until cleared
+void clear_faults();
+bool take_fault(const char* op, int32_t* code);
+
+const char* file_root();
+void set_file_root(const std::string& root);
+
+// Model access helpers. Missing members read as the default.
+json_t* object_at(const char* key);  // a top-level object, created when missing
+json_t* array_at(const char* key);   // a top-level array, created when missing
+const char* text_of(json_t* obj, const char* key, const char* fallback = "");
+json_int_t int_of(json_t* obj, const char* key, json_int_t fallback = 0);
+bool flag_of(json_t* obj, const char* key, bool fallback = false);
+
+// Copies text into a record field, cut to fit and terminated.
+template <size_t N>
+void put_text(char (&field)[N], const char* text) {
+  g_strlcpy(field, text != nullptr ? text : "", N);
+}
+
+// Allocates a zeroed array the caller releases with g_free (never null for n > 0).
+template <class T>
+T* new_records(size_t n) {
+  return n > 0 ? static_cast<T*>(g_malloc0_n(n, sizeof(T))) : nullptr;
+}
+
+// Runs an operation: journals it, answers an injected fault, and keeps exceptions
+// from leaving the extern "C" boundary.
+template <class Body>
+int32_t operation(const char* op, json_t* args, Body body) noexcept {
+  try {
+    journal(op, args);
+    int32_t code = 0;
+    if (take_fault(op, &code)) return code;
+    return body();
+  } catch (...) {
+    return -1;
+  }
+}
+
+}  // namespace velsim

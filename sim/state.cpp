@@ -1,0 +1,286 @@
+// Simulator core: model loading and saving, clock, journal, log lines and faults.
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <map>
+
+#include "sim/sim.h"
+#include "sim/sim_seams.h"
+
+namespace velsim {
+namespace {
+
+struct Fault {
+  int32_t code;
+  int32_t times;  // <= 0: until cleared
+};
+
+struct State {
+  json_t* model = nullptr;
+  std::string state_file;
+  bool state_file_known = false;
+  bool pinned = false;
+  int64_t pinned_at = 0;
+  json_t* journal = json_array();
+  json_t* logs = json_array();
+  bool log_to_stderr = false;
+  std::map<std::string, Fault> faults;
+  std::string root;
+};
+
+State& state() {
+  static State s;
+  return s;
+}
+
+// A model whose time base is unset takes "now" as the moment its figures hold.
+void adopt(json_t* m) {
+  json_t* time_obj = json_object_get(m, "time");
+  if (!json_is_object(time_obj)) {
+    time_obj = json_object();
+    json_object_set_new(m, "time", time_obj);
+  }
+  if (json_integer_value(json_object_get(time_obj, "base")) <= 0) {
+    json_object_set_new(time_obj, "base", json_integer(now()));
+  }
+  if (state().model != nullptr) json_decref(state().model);
+  state().model = m;
+}
+
+bool save_to(const std::string& path, json_t* m) {
+  std::string tmp = path + ".tmp";
+  char* text = json_dumps(m, JSON_INDENT(2) | JSON_SORT_KEYS);
+  if (text == nullptr) return false;
+  FILE* f = fopen(tmp.c_str(), "w");
+  bool ok = f != nullptr && fputs(text, f) >= 0 && fputc('\n', f) != EOF;
+  if (f != nullptr) ok = (fclose(f) == 0) && ok;
+  free(text);
+  if (ok) ok = rename(tmp.c_str(), path.c_str()) == 0;
+  if (!ok) unlink(tmp.c_str());
+  return ok;
+}
+
+json_t* parse_object(const char* text, std::string* reason) {
+  json_error_t error;
+  json_t* m = json_loads(text, 0, &error);
+  if (m == nullptr) {
+    if (reason) *reason = std::string("model is not JSON: ") + error.text;
+    return nullptr;
+  }
+  if (!json_is_object(m)) {
+    json_decref(m);
+    if (reason) *reason = "model must be a JSON object";
+    return nullptr;
+  }
+  return m;
+}
+
+void load() {
+  State& s = state();
+  if (!s.state_file_known) {
+    const char* env = getenv("VELCONFIG_SIM_STATE");
+    s.state_file = env != nullptr ? env : "";
+    s.state_file_known = true;
+  }
+  json_t* m = nullptr;
+  if (!s.state_file.empty()) {
+    json_error_t error;
+    m = json_load_file(s.state_file.c_str(), 0, &error);
+    if (m != nullptr && !json_is_object(m)) {
+      json_decref(m);
+      m = nullptr;
+    }
+    if (m == nullptr && access(s.state_file.c_str(), F_OK) == 0) {
+      // Never overwrite a file we cannot read: that would lose someone's gateway.
+      fprintf(stderr, "velconfig simulator: cannot read state file %s: %s\n", s.state_file.c_str(),
+              error.text);
+      s.state_file.clear();
+    }
+  }
+  bool seeded = m == nullptr;
+  if (m == nullptr) m = parse_object(default_model_text(), nullptr);
+  adopt(m);
+  if (seeded && !s.state_file.empty()) save_to(s.state_file, s.model);
+}
+
+uint64_t grow(json_t* obj, const char* counter, const char* rate_bits, int64_t seconds) {
+  uint64_t value = static_cast<uint64_t>(json_integer_value(json_object_get(obj, counter)));
+  uint64_t rate = static_cast<uint64_t>(json_integer_value(json_object_get(obj, rate_bits)));
+  return value + rate * static_cast<uint64_t>(seconds) / 8;
+}
+
+}  // namespace
+
+json_t* model() {
+  if (state().model == nullptr) load();
+  return state().model;
+}
+
+void model_changed() {
+  const State& s = state();
+  if (s.model != nullptr && !s.state_file.empty()) save_to(s.state_file, s.model);
+}
+
+bool load_model_text(const char* text, std::string* reason) {
+  json_t* m = parse_object(text, reason);
+  if (m == nullptr) return false;
+  adopt(m);
+  model_changed();
+  return true;
+}
+
+bool use_state_file(const std::string& path, std::string* reason) {
+  State& s = state();
+  if (!path.empty()) {
+    char* folder = g_path_get_dirname(path.c_str());
+    g_mkdir_with_parents(folder, 0700);
+    g_free(folder);
+  }
+  s.state_file = path;
+  s.state_file_known = true;
+  load();
+  if (!path.empty() && s.state_file.empty()) {
+    if (reason) *reason = "cannot read state file " + path;
+    return false;
+  }
+  return true;
+}
+
+int64_t now() {
+  const State& s = state();
+  return s.pinned ? s.pinned_at : static_cast<int64_t>(time(nullptr));
+}
+
+void pin_clock(int64_t t) {
+  state().pinned = true;
+  state().pinned_at = t;
+}
+
+void unpin_clock() { state().pinned = false; }
+
+int64_t elapsed() {
+  json_t* time_obj = json_object_get(model(), "time");
+  int64_t base = json_integer_value(json_object_get(time_obj, "base"));
+  int64_t e = now() - base;
+  return e > 0 ? e : 0;
+}
+
+void settle_time() {
+  int64_t e = elapsed();
+  json_t* m = model();
+  json_t* device = object_at("device");
+  json_object_set_new(device, "uptime", json_integer(int_of(device, "uptime") + e));
+  json_t* wan = object_at("wan");
+  json_object_set_new(wan, "uptime", json_integer(int_of(wan, "uptime") + e));
+  size_t i;
+  json_t* host;
+  json_array_foreach(array_at("hosts"), i, host) {
+    if (!json_is_object(host)) continue;
+    json_object_set_new(host, "online_time", json_integer(int_of(host, "online_time") + e));
+    json_object_set_new(host, "down_bytes", json_integer(static_cast<json_int_t>(grow(host, "down_bytes", "down_rate", e))));
+    json_object_set_new(host, "up_bytes", json_integer(static_cast<json_int_t>(grow(host, "up_bytes", "up_rate", e))));
+  }
+  json_object_set_new(json_object_get(m, "time"), "base", json_integer(now()));
+}
+
+void journal(const char* op, json_t* args) {
+  json_t* entry = json_is_object(args) ? args : json_object();
+  if (args != nullptr && entry != args) json_decref(args);
+  json_object_set_new(entry, "op", json_string(op));
+  json_array_append_new(state().journal, entry);
+}
+
+json_t* journal_entries() { return state().journal; }
+void clear_journal() { json_array_clear(state().journal); }
+
+void add_log(int32_t level, const char* text) {
+  json_array_append_new(state().logs, json_pack("{s:i,s:s}", "level", level, "text", text));
+  if (state().log_to_stderr) fprintf(stderr, "velconfig[%d]: %s\n", level, text);
+}
+
+json_t* log_lines() { return state().logs; }
+void clear_logs() { json_array_clear(state().logs); }
+void set_log_to_stderr(bool on) { state().log_to_stderr = on; }
+
+void set_fault(const char* op, int32_t code, int32_t times) { state().faults[op] = Fault{code, times}; }
+void clear_faults() { state().faults.clear(); }
+
+bool take_fault(const char* op, int32_t* code) {
+  auto& faults = state().faults;
+  auto it = faults.find(op);
+  if (it == faults.end()) return false;
+  *code = it->second.code;
+  if (it->second.times > 0 && --it->second.times == 0) faults.erase(it);
+  return true;
+}
+
+const char* file_root() {
+  State& s = state();
+  if (s.root.empty()) {
+    const char* env = getenv("VELCONFIG_ROOT");
+    if (env != nullptr && *env != '\0') {
+      s.root = env;
+    } else {
+      char fallback[64];
+      snprintf(fallback, sizeof fallback, "/tmp/velconfig-root-%u", static_cast<unsigned>(getuid()));
+      s.root = fallback;
+    }
+  }
+  return s.root.c_str();
+}
+
+void set_file_root(const std::string& root) { state().root = root; }
+
+json_t* object_at(const char* key) {
+  json_t* m = model();
+  json_t* v = json_object_get(m, key);
+  if (!json_is_object(v)) {
+    v = json_object();
+    json_object_set_new(m, key, v);
+  }
+  return v;
+}
+
+json_t* array_at(const char* key) {
+  json_t* m = model();
+  json_t* v = json_object_get(m, key);
+  if (!json_is_array(v)) {
+    // An empty object is how some JSON encoders write an empty list.
+    v = json_array();
+    json_object_set_new(m, key, v);
+  }
+  return v;
+}
+
+const char* text_of(json_t* obj, const char* key, const char* fallback) {
+  const char* v = json_string_value(json_object_get(obj, key));
+  return v != nullptr ? v : fallback;
+}
+
+json_int_t int_of(json_t* obj, const char* key, json_int_t fallback) {
+  json_t* v = json_object_get(obj, key);
+  if (json_is_integer(v)) return json_integer_value(v);
+  if (json_is_real(v)) return static_cast<json_int_t>(json_real_value(v));
+  if (json_is_boolean(v)) return json_is_true(v) ? 1 : 0;
+  return fallback;
+}
+
+bool flag_of(json_t* obj, const char* key, bool fallback) {
+  json_t* v = json_object_get(obj, key);
+  if (json_is_boolean(v)) return json_is_true(v);
+  if (json_is_integer(v)) return json_integer_value(v) != 0;
+  return fallback;
+}
+
+}  // namespace velsim
+
+extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void) {
+  return velsim::now();
+}
+
+extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_file_root(void) {
+  return velsim::file_root();
+}

@@ -1,0 +1,13 @@
+// Login, account and system actions.
+#pragma once
+
+#include <lua.hpp>
+#include <stdint.h>
+
+namespace velconfig {
+
+int32_t set_restore(lua_State* L);
+int32_t set_fwrestore(lua_State* L);
+int32_t set_reboot(lua_State* L);
+
+}  // namespace velconfig

@@ -1,0 +1,45 @@
+// Simulated IPTV settings: one record, read and written whole.
+#include <string.h>
+
+#include "platform/zovel.h"
+#include "sim/sim.h"
+
+using velsim::int_of;
+using velsim::object_at;
+using velsim::operation;
+
+namespace {
+
+json_t* iptv_args(const ZoVelIptvInfo* r) {
+  if (r == nullptr) return nullptr;
+  char ports[sizeof r->bound_ports + 1] = {};
+  memcpy(ports, r->bound_ports, sizeof r->bound_ports);
+  return json_pack("{s:i,s:i,s:s}", "enable", r->enable, "vlan_id", r->vlan_id, "bound_ports", ports);
+}
+
+}  // namespace
+
+extern "C" int32_t ZoVelGetSubIPTVInfo(ZoVelIptvInfo* iptv) {
+  return operation("ZoVelGetSubIPTVInfo", nullptr, [&] {
+    if (iptv == nullptr) return -1;
+    json_t* m = object_at("iptv");
+    iptv->enable = static_cast<int32_t>(int_of(m, "enable"));
+    iptv->vlan_id = static_cast<int32_t>(int_of(m, "vlan_id", -1));
+    velsim::put_text(iptv->bound_ports, velsim::text_of(m, "bound_ports"));
+    return 0;
+  });
+}
+
+extern "C" int32_t ZoVelSetSubIPTVInfo(ZoVelIptvInfo* iptv) {
+  return operation("ZoVelSetSubIPTVInfo", iptv_args(iptv), [&] {
+    if (iptv == nullptr) return -1;
+    json_t* m = object_at("iptv");
+    char ports[sizeof iptv->bound_ports + 1] = {};
+    memcpy(ports, iptv->bound_ports, sizeof iptv->bound_ports);
+    json_object_set_new(m, "enable", json_integer(iptv->enable));
+    json_object_set_new(m, "vlan_id", json_integer(iptv->vlan_id));
+    json_object_set_new(m, "bound_ports", json_string(ports));
+    velsim::model_changed();
+    return 0;
+  });
+}

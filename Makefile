@@ -1,0 +1,51 @@
+# Quick start: `make run` and `make test` set up a fresh Debian 12 machine (installing
+# missing packages with apt-get), configure, build, then run.
+BUILD ?= build
+ASAN_BUILD ?= build-asan
+WERROR ?= OFF
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
+        lua-busted lua-cjson
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all setup configure build run test asan-test gateway-check bench clean
+
+all: build
+
+setup:
+	@missing=$$(for p in $(DEBS); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing missing packages:" $$missing; \
+	  $(SUDO) apt-get update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	fi
+
+configure: setup
+	cmake -S . -B $(BUILD) -DVELCONFIG_WERROR=$(WERROR)
+
+build: configure
+	cmake --build $(BUILD) -j$(JOBS)
+
+run: build
+	$(BUILD)/velconfig get allInfo
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+# The same suite with AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer.
+asan-test: setup
+	cmake -S . -B $(ASAN_BUILD) -DVELCONFIG_SANITIZE=ON -DVELCONFIG_WERROR=ON -DCMAKE_BUILD_TYPE=Debug
+	cmake --build $(ASAN_BUILD) -j$(JOBS)
+	cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
+
+# Builds the module for the gateway against a separately built libcapi3.so.
+gateway-check: setup
+	tools/gateway-check.sh
+
+bench: build
+	bench/run.sh $(BUILD)
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) build-gw build-capi3

@@ -1,0 +1,75 @@
+-- The velconfig command-line tool, run as a user runs it, against its own state file.
+local h = require "helpers"
+local cjson = h.cjson
+
+local tool = assert(os.getenv("VELCONFIG_TOOL"), "VELCONFIG_TOOL names the built tool")
+
+local function quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
+
+-- Runs the tool; returns exit status, stdout and stderr.
+local function run(state, ...)
+  local err_file = os.tmpname()
+  local words = { "VELCONFIG_ROOT=" .. quote(h.root), quote(tool), "--state", quote(state) }
+  for _, w in ipairs({ ... }) do words[#words + 1] = quote(w) end
+  local p = io.popen(table.concat(words, " ") .. " 2>" .. quote(err_file) .. "; echo \"#$?\"")
+  local out = p:read("*a")
+  p:close()
+  local f = io.open(err_file)
+  local err = f:read("*a")
+  f:close()
+  os.remove(err_file)
+  local body, status = out:match("^(.*)#(%d+)\n$")
+  return tonumber(status), body, err
+end
+
+describe("the velconfig tool", function()
+  local state
+  before_each(function()
+    state = os.tmpname()
+    os.remove(state)
+  end)
+  after_each(function() os.remove(state) end)
+
+  it("prints a get result as JSON and seeds the state file from the built-in gateway", function()
+    local status, out = run(state, "get", "getAppConfig")
+    assert.are.equal(0, status)
+    assert.are.same({ app1 = { name = "test", title = "APP TEST", src = "test" }, appCnt = 0 }, cjson.decode(out))
+    local saved = cjson.decode(assert(io.open(state)):read("*a"))
+    assert.are.equal("VG-8200AX", saved.device.product_class)
+  end)
+
+  it("keeps changes across runs in the state file", function()
+    assert.are.equal(0, (run(state, "set", "reboot")))
+    assert.are.equal(0, (run(state, "set", "reboot")))
+    local saved = cjson.decode(assert(io.open(state)):read("*a"))
+    assert.are.equal(3, saved.device.boot_count)
+  end)
+
+  it("prints the platform log on stderr with -v only", function()
+    local status, out, err = run(state, "-v", "set", "fwrestore")
+    assert.are.equal(0, status)
+    assert.are.equal("0\n", out)
+    assert.matches("Framework do restore.", err, 1, true)
+    local _, _, quiet = run(state, "set", "fwrestore")
+    assert.are.equal("", quiet)
+  end)
+
+  it("answers usage errors with the usage and status 2", function()
+    for _, args in ipairs({ {}, { "get" }, { "frob", "x" }, { "get", "k", "1", "2", "3" }, { "set", "k", "novalue" } }) do
+      local status, out, err = run(state, table.unpack and table.unpack(args) or unpack(args))
+      assert.are.equal(2, status)
+      assert.are.equal("", out)
+      assert.matches("usage: velconfig", err, 1, true)
+    end
+  end)
+
+  it("refuses a state file it cannot read instead of overwriting it", function()
+    local f = assert(io.open(state, "w"))
+    f:write("{ not json")
+    f:close()
+    local status, _, err = run(state, "get", "hasWiFi")
+    assert.are.equal(1, status)
+    assert.matches("cannot read state file", err, 1, true)
+    assert.are.equal("{ not json", assert(io.open(state)):read("*a"))
+  end)
+end)

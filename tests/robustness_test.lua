@@ -1,0 +1,93 @@
+-- Every key with every kind of argument: the documented result or a Lua error, never
+-- a crash. Also keeps inputs that once crashed as regression cases.
+local h = require "helpers"
+local v = h.velconfig
+
+local GET_KEYS = { "hasWiFi", "hasPots", "hasUsb", "devType", "hasMesh", "gwIPs", "getAppConfig", "allInfo",
+  "gwStatus", "gwInfo", "lan", "ddns", "iptv", "easymesh_config", "pmLists", "interConndStatus", "wifiBasic",
+  "wifiAdv", "hostsInfo", "itvVoipReg", "blackHosts", "usbDevices", "fileLists", "selectedUsb", "subFiles",
+  "newFolder", "deleteFiles", "renameFile", "getDiagFolders", "copyMove", "copyProgress", "usbFormat",
+  "checkLoid", "regProcess", "getMallUrl", "getAppParas", "wifiSsid" }
+local SET_KEYS = { "account", "lan", "ddns", "iptv", "easymesh_config", "wifiBasic", "wifiAdv", "pmSetSingle",
+  "pmSetAll", "startInterConnd", "syncConfig", "syncOnoff", "configAP", "hostSettings", "rmBlackHost",
+  "restore", "fwrestore", "reboot", "checkTAPasswd", "checkUAPasswd", "setloid", "registerloid",
+  "usbModifyLabel", "setAppParas", "logInfo" }
+
+local long = string.rep("x", 5000)
+local binary = "\0\1\2\255\254" .. string.rep("\0", 40)
+local TEXTS = { "", "0", "1", "-1", "7", "all", "99999999999999999999", long, binary, "/mnt/usb1_1", 42 }
+
+-- A table whose every field is the same hostile text.
+local function hostile_table(text)
+  return setmetatable({}, { __index = function() return text end })
+end
+
+local INPUTS = { nil, true, 12, "text", long, binary, {}, function() end, coroutine.create(function() end),
+  hostile_table(long), hostile_table(binary), hostile_table(""), { a = {} } }
+
+local SET_ERRORS = { "string expected, got", "attempt to index" }
+
+local function acceptable_set_error(err)
+  for _, pattern in ipairs(SET_ERRORS) do
+    if tostring(err):find(pattern, 1, true) then return true end
+  end
+  return false
+end
+
+describe("hostile input", function()
+  before_each(function()
+    h.reset()
+    -- no platform operation can block or reach outside while keys are hammered
+    h.sim.fail("ZoVelSysCmdReboot", 0)
+  end)
+
+  it("get answers every key with any texts without failing", function()
+    for _, key in ipairs(GET_KEYS) do
+      for _, a1 in ipairs(TEXTS) do
+        for _, a2 in ipairs({ "1", long, binary }) do
+          local ok, err = pcall(v.get, v, key, a1, a2)
+          assert(ok, key .. ": " .. tostring(err))
+        end
+      end
+    end
+  end)
+
+  it("set gives a number or a Lua argument error for every key and input", function()
+    for _, key in ipairs(SET_KEYS) do
+      for i = 1, #INPUTS + 1 do
+        local input = INPUTS[i]
+        local ok, result = pcall(v.set, v, key, input)
+        if ok then
+          assert.are.equal("number", type(result), key)
+        else
+          assert(acceptable_set_error(result), key .. ": " .. tostring(result))
+        end
+        -- the log is closed whatever happened
+        local ops = h.ops()
+        assert.are.equal("ZoVelLogClose", ops[#ops], key)
+        h.sim.clear_journal()
+      end
+    end
+  end)
+
+  it("every key keeps working when every platform operation fails", function()
+    local ops = { "ZoVelSupportWiFi", "ZoVelSupportUSB", "ZoVelDBusGetProperty", "ZoVelDBusGetAllProperty",
+      "ZoVelDBusSetProperty", "ZoVelDBusSetMultiProperty", "ZoVelGetDeviceInfo", "ZoVelGetNetworkInfo",
+      "ZoVelGetPPPoEConfig", "ZoVelGetOnlineDeviceList", "ZoVelGetOnlineDeviceListExtWithIPv6",
+      "ZoVelGetOnlineDevicesSnapShot", "ZoVelGetLANHostByMAC", "ZoVelGetLANHostExtWithIPv6Objs",
+      "ZoVelGetDHCPServer", "ZoVelGetDDNSServerObjs", "ZoVelGetSubIPTVInfo", "ZoVelSetSubIPTVInfo",
+      "ZoVelGetPortMappingObjs", "ZoVelGetWLANDeviceObjs", "ZoVel_GetUSBDeviceObjs", "ZoVelSysCmdCheckLOID",
+      "ZoVelSysCmdLocalRecovery", "ZoVelDBusCallMethod", "ZoVelAddPortMapping", "ZoVelDelPortMapping",
+      "ZoVelAddDDNSServerInstance", "ZoVelSetDDNSServerInstance", "ZoVelDelDDNSServerInstance" }
+    for _, op in ipairs(ops) do h.sim.fail(op, -9) end
+    for _, key in ipairs(GET_KEYS) do
+      local ok, err = pcall(v.get, v, key, "1", "1")
+      assert(ok, key .. ": " .. tostring(err))
+    end
+    for _, key in ipairs(SET_KEYS) do
+      local ok, result = pcall(v.set, v, key, hostile_table("1"))
+      assert(ok, key .. ": " .. tostring(result))
+      assert.are.equal("number", type(result))
+    end
+  end)
+end)

@@ -8,7 +8,7 @@ DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjanss
         lua-busted lua-cjson
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build run test asan-test gateway-check bench clean
+.PHONY: all setup configure build run test asan-test gateway-check format-check bench clean
 
 all: build
 
@@ -43,6 +43,10 @@ asan-test: setup
 # Builds the module for the gateway against a separately built libcapi3.so.
 gateway-check: setup
 	tools/gateway-check.sh
+
+format-check:
+	@command -v clang-format >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq clang-format; }
+	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
 bench: build
 	bench/run.sh $(BUILD)

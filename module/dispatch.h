@@ -1,8 +1,9 @@
 // The two Lua-visible entry points and the shapes of the handlers they route to.
 #pragma once
 
-#include <lua.hpp>
 #include <stdint.h>
+
+#include <lua.hpp>
 
 namespace velconfig {
 

@@ -15,9 +15,8 @@
 //    tables where that is natural, so even that path leaks little.
 #pragma once
 
-#include <lua.hpp>
-
 #include <exception>
+#include <lua.hpp>
 
 namespace velconfig {
 

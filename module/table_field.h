@@ -1,8 +1,9 @@
 // The table field reader the write handlers use to take string fields from a table.
 #pragma once
 
-#include <lua.hpp>
 #include <stdint.h>
+
+#include <lua.hpp>
 
 namespace velconfig {
 

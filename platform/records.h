@@ -52,7 +52,7 @@ typedef struct ZoVelNetworkInfo {
 typedef struct ZoVelLanHost {
   char path[256];
   char mac[13];
-  char name[135];  // text up to the access byte
+  char name[135];           // text up to the access byte
   uint8_t internet_access;  // 0 black-listed, 1 restricted, 2 normal
   char reserved0[15];
   char dev_type[17];
@@ -179,7 +179,7 @@ typedef struct ZoVelAppRecord {
 } ZoVelAppRecord;
 
 typedef struct ZoVelUsbDevice {
-  ZoVelUsbId identity;  // instance number text at byte 34
+  ZoVelUsbId identity;    // instance number text at byte 34
   uint16_t device_class;  // 8 mass storage
   char reserved0[6];
   char name[200];

@@ -31,20 +31,18 @@ int32_t ZoVelDBusSetProperty(const char* service, const char* path, const char* 
 // The caller keeps its reference to the dictionary and releases it after the call.
 int32_t ZoVelDBusSetMultiProperty(const char* service, const char* path, const char* interface,
                                   GVariant* dictionary);
-int32_t ZoVelDBusCallMethod(const char* service, const char* path, const char* interface,
-                            const char* method, GVariant* parameters, GVariant** reply,
-                            int32_t timeout);
+int32_t ZoVelDBusCallMethod(const char* service, const char* path, const char* interface, const char* method,
+                            GVariant* parameters, GVariant** reply, int32_t timeout);
 
 // Device, network and hosts
 int32_t ZoVelGetDeviceInfo(ZoVelDeviceInfo* info);
 int32_t ZoVelGetNetworkInfo(ZoVelNetworkInfo* info);
 int32_t ZoVelGetPPPoEConfig(ZoVelPPPoEConfig* config);
-int32_t ZoVelGetOnlineDeviceList(ZoVelLanHost** hosts, int32_t* count, void* reserved1,
-                                 void* reserved2);
-int32_t ZoVelGetOnlineDeviceListExtWithIPv6(ZoVelLanHostExt** hosts, int32_t* count,
-                                            void* reserved1, void* reserved2);
-int32_t ZoVelGetOnlineDevicesSnapShot(ZoVelDeviceSnapshot** devices, int32_t* count,
-                                      void* reserved1, void* reserved2);
+int32_t ZoVelGetOnlineDeviceList(ZoVelLanHost** hosts, int32_t* count, void* reserved1, void* reserved2);
+int32_t ZoVelGetOnlineDeviceListExtWithIPv6(ZoVelLanHostExt** hosts, int32_t* count, void* reserved1,
+                                            void* reserved2);
+int32_t ZoVelGetOnlineDevicesSnapShot(ZoVelDeviceSnapshot** devices, int32_t* count, void* reserved1,
+                                      void* reserved2);
 int32_t ZoVelGetLANHostByMAC(const char* mac, ZoVelLanHost* host);
 int32_t ZoVelGetLANHostExtWithIPv6Objs(ZoVelLanHostExt** hosts, int32_t* count);
 int32_t ZoVelGetDHCPServer(ZoVelDhcpServer* server);
@@ -73,8 +71,8 @@ int32_t ZoVelSysCmdSetUAPasswd(const char* password, int32_t* status, void* rese
 int32_t ZoVelSysCmdCheckTAPasswd(const char* password, int32_t* status, void* reserved);
 int32_t ZoVelSysCmdLocalRecovery(int32_t* status, void* reserved);
 int32_t ZoVelSysCmdReboot(void* reserved1, void* reserved2);
-int32_t ZoVelSysCmdSetLOID(const char* loid, const char* password, void* reserved1,
-                           void* reserved2, void* reserved3);
+int32_t ZoVelSysCmdSetLOID(const char* loid, const char* password, void* reserved1, void* reserved2,
+                           void* reserved3);
 int32_t ZoVelSysCmdRegisterLOID(int32_t* status, void* reserved);
 // text may be null; a non-empty text it returns is released with g_free.
 int32_t ZoVelSysCmdCheckLOID(int32_t* status, char** text);
@@ -90,18 +88,15 @@ int32_t ZoVel_GetUSBDeviceObjs(ZoVelUsbDevice** devices, int32_t* count);
 int32_t ZoVel_USBSetLabel(ZoVelUsbId id, const char* label, void* reserved1, void* reserved2);
 int32_t ZoVel_USBFormat(ZoVelUsbId id, void* reserved1, void* reserved2);
 int32_t ZoVel_NAS_GetFileNum(const char* folder, uint32_t* count, int32_t* status, void* reserved);
-int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint32_t number,
-                             ZoVelFolderEntry** entries, int32_t* status, void* reserved);
+int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint32_t number, ZoVelFolderEntry** entries,
+                             int32_t* status, void* reserved);
 int32_t ZoVel_NAS_CreateFolter(const char* path, int32_t* status, void* reserved);
 int32_t ZoVel_NAS_Remove(const char* path, int32_t* status, void* reserved);
-int32_t ZoVel_NAS_ReName(const char* old_path, const char* new_path, void* reserved1,
-                         void* reserved2);
-int32_t ZoVel_NAS_Copy(const char* source, const char* destination, int32_t* transfer,
-                       int32_t* status, void* reserved);
-int32_t ZoVel_NAS_Move(const char* source, const char* destination, int32_t* status,
+int32_t ZoVel_NAS_ReName(const char* old_path, const char* new_path, void* reserved1, void* reserved2);
+int32_t ZoVel_NAS_Copy(const char* source, const char* destination, int32_t* transfer, int32_t* status,
                        void* reserved);
-int32_t ZoVel_NAS_GetCopyProgress(int32_t transfer, uint32_t* percent, void* reserved1,
-                                  void* reserved2);
+int32_t ZoVel_NAS_Move(const char* source, const char* destination, int32_t* status, void* reserved);
+int32_t ZoVel_NAS_GetCopyProgress(int32_t transfer, uint32_t* percent, void* reserved1, void* reserved2);
 
 #ifdef __cplusplus
 }  // extern "C"

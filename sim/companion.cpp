@@ -1,9 +1,9 @@
 // velconfig_simctl: the test and tool companion of the simulator (never on a gateway).
 // Lets a Lua script load and read the model, read the journal and the log lines,
 // inject faults and pin the clock.
-#include <lua.hpp>
 #include <stdio.h>
 
+#include <lua.hpp>
 #include <string>
 
 #include "sim/sim.h"

@@ -25,8 +25,8 @@ bool path_matches(const Property& p, const char* path) {
 const Property* find(const char* service, const char* path, const char* interface, const char* name) {
   if (service == nullptr || path == nullptr || interface == nullptr || name == nullptr) return nullptr;
   for (const Property& p : registry()) {
-    if (strcmp(p.service, service) == 0 && strcmp(p.interface, interface) == 0 &&
-        strcmp(p.name, name) == 0 && path_matches(p, path)) {
+    if (strcmp(p.service, service) == 0 && strcmp(p.interface, interface) == 0 && strcmp(p.name, name) == 0 &&
+        path_matches(p, path)) {
       return &p;
     }
   }

@@ -121,7 +121,8 @@ extern "C" int32_t ZoVelSysCmdReboot(void*, void*) {
 
 extern "C" int32_t ZoVelSysCmdLocalRecovery(int32_t* status, void*) {
   return operation("ZoVelSysCmdLocalRecovery", nullptr, [&] {
-    if (status != nullptr) *status = static_cast<int32_t>(int_of(object_at("system"), "local_recovery_status"));
+    if (status != nullptr)
+      *status = static_cast<int32_t>(int_of(object_at("system"), "local_recovery_status"));
     return 0;
   });
 }

@@ -1,8 +1,6 @@
 // Simulated LAN hosts: the online device lists, the snapshot, lookup by MAC and the
 // "InternetAccess" property. Byte counters and online time advance with the clock
 // at each host's download and upload rate (bits per second).
-#include "sim/hosts.h"
-
 #include <stdio.h>
 #include <string.h>
 
@@ -10,6 +8,7 @@
 
 #include "platform/zovel.h"
 #include "sim/dbus.h"
+#include "sim/hosts.h"
 #include "sim/sim.h"
 
 using velsim::array_at;
@@ -113,7 +112,8 @@ extern "C" int32_t ZoVelGetOnlineDeviceList(ZoVelLanHost** hosts, int32_t* count
                    [&] { return velsim::list_hosts(hosts, count, nullptr, velsim::fill_lan_host); });
 }
 
-extern "C" int32_t ZoVelGetOnlineDeviceListExtWithIPv6(ZoVelLanHostExt** hosts, int32_t* count, void*, void*) {
+extern "C" int32_t ZoVelGetOnlineDeviceListExtWithIPv6(ZoVelLanHostExt** hosts, int32_t* count, void*,
+                                                       void*) {
   return operation("ZoVelGetOnlineDeviceListExtWithIPv6", nullptr,
                    [&] { return velsim::list_hosts(hosts, count, nullptr, velsim::fill_lan_host_ext); });
 }
@@ -123,11 +123,14 @@ extern "C" int32_t ZoVelGetLANHostExtWithIPv6Objs(ZoVelLanHostExt** hosts, int32
                    [&] { return velsim::list_hosts(hosts, count, nullptr, velsim::fill_lan_host_ext); });
 }
 
-extern "C" int32_t ZoVelGetOnlineDevicesSnapShot(ZoVelDeviceSnapshot** devices, int32_t* count, void*, void*) {
+extern "C" int32_t ZoVelGetOnlineDevicesSnapShot(ZoVelDeviceSnapshot** devices, int32_t* count, void*,
+                                                 void*) {
   return operation("ZoVelGetOnlineDevicesSnapShot", nullptr, [&] {
     return velsim::list_hosts(
         devices, count, [](json_t* h) { return flag_of(h, "online"); },
-        [](json_t* h, ZoVelDeviceSnapshot* r) { r->connection_type = static_cast<uint8_t>(int_of(h, "connection")); });
+        [](json_t* h, ZoVelDeviceSnapshot* r) {
+          r->connection_type = static_cast<uint8_t>(int_of(h, "connection"));
+        });
   });
 }
 

@@ -180,8 +180,10 @@ void settle_time() {
   json_array_foreach(array_at("hosts"), i, host) {
     if (!json_is_object(host)) continue;
     json_object_set_new(host, "online_time", json_integer(int_of(host, "online_time") + e));
-    json_object_set_new(host, "down_bytes", json_integer(static_cast<json_int_t>(grow(host, "down_bytes", "down_rate", e))));
-    json_object_set_new(host, "up_bytes", json_integer(static_cast<json_int_t>(grow(host, "up_bytes", "up_rate", e))));
+    json_object_set_new(host, "down_bytes",
+                        json_integer(static_cast<json_int_t>(grow(host, "down_bytes", "down_rate", e))));
+    json_object_set_new(host, "up_bytes",
+                        json_integer(static_cast<json_int_t>(grow(host, "up_bytes", "up_rate", e))));
   }
   json_object_set_new(json_object_get(m, "time"), "base", json_integer(now()));
 }
@@ -277,9 +279,7 @@ bool flag_of(json_t* obj, const char* key, bool fallback) {
 
 }  // namespace velsim
 
-extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void) {
-  return velsim::now();
-}
+extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void) { return velsim::now(); }
 
 extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_file_root(void) {
   return velsim::file_root();

@@ -13,8 +13,8 @@ int32_t set_restore(lua_State*) {
 
 int32_t set_fwrestore(lua_State*) {
   ZoVelLog(kLogNotice, "Framework do restore.");
-  ZoVelDBusCallMethod("com.zom.saf1", "/com/zom/saf1", "com.zom.saf1.framework", "Restore", nullptr,
-                      nullptr, -1);
+  ZoVelDBusCallMethod("com.zom.saf1", "/com/zom/saf1", "com.zom.saf1.framework", "Restore", nullptr, nullptr,
+                      -1);
   return 0;
 }
 

@@ -1,8 +1,9 @@
 // Login, account and system actions.
 #pragma once
 
-#include <lua.hpp>
 #include <stdint.h>
+
+#include <lua.hpp>
 
 namespace velconfig {
 

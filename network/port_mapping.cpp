@@ -17,8 +17,8 @@ namespace {
 using RuleList = PlatformList<ZoVelPortMapping>;
 
 int32_t set_rule_enable(const ZoVelPortMapping& rule, bool on) {
-  return ZoVelDBusSetProperty("com.zom.igd1", path_text(rule.path).text, "com.zom.igd1.PortMapping",
-                              "Enable", g_variant_new_boolean(on));
+  return ZoVelDBusSetProperty("com.zom.igd1", path_text(rule.path).text, "com.zom.igd1.PortMapping", "Enable",
+                              g_variant_new_boolean(on));
 }
 
 int32_t add_rule(lua_State* L, const char* desp) {

@@ -205,6 +205,19 @@ int32_t delete_entry(const char* key, const char* prefix, const ZoVelObjPath& pa
   return 0;
 }
 
+// A set sends the record whole: every field it carries replaces the entry's.
+int32_t update_ddns(const ZoVelObjPath& path, const ZoVelDdnsServer* server) {
+  if (server == nullptr) return -1;
+  json_t* entries = array_at("ddns");
+  long i = find_entry(entries, kDdnsPathPrefix, block_text(path).text);
+  if (i < 0) return kNoSuchObject;
+  json_t* fields = ddns_fields(server);
+  json_object_update(json_array_get(entries, static_cast<size_t>(i)), fields);
+  json_decref(fields);
+  model_changed();
+  return 0;
+}
+
 json_t* path_args(const ZoVelObjPath& path, json_t* fields) {
   json_t* args = fields != nullptr ? fields : json_object();
   json_object_set_new(args, "path", json_string(block_text(path).text));
@@ -241,17 +254,7 @@ extern "C" int32_t ZoVelAddDDNSServerInstance(ZoVelDdnsServer* server) {
 
 extern "C" int32_t ZoVelSetDDNSServerInstance(ZoVelObjPath path, ZoVelDdnsServer* server) {
   return operation("ZoVelSetDDNSServerInstance", velsim::path_args(path, velsim::ddns_fields(server)),
-                   [&]() -> int32_t {
-                     if (server == nullptr) return -1;
-                     json_t* entries = array_at("ddns");
-                     long i = velsim::find_entry(entries, velsim::kDdnsPathPrefix, velsim::block_text(path).text);
-                     if (i < 0) return velsim::kNoSuchObject;
-                     json_t* fields = velsim::ddns_fields(server);
-                     json_object_update(json_array_get(entries, static_cast<size_t>(i)), fields);
-                     json_decref(fields);
-                     velsim::model_changed();
-                     return 0;
-                   });
+                   [&] { return velsim::update_ddns(path, server); });
 }
 
 extern "C" int32_t ZoVelDelDDNSServerInstance(ZoVelObjPath path) {
@@ -272,6 +275,7 @@ extern "C" int32_t ZoVelAddPortMapping(ZoVelPortMapping* rule) {
 }
 
 extern "C" int32_t ZoVelDelPortMapping(ZoVelObjPath path) {
-  return operation("ZoVelDelPortMapping", velsim::path_args(path, nullptr),
-                   [&] { return velsim::delete_entry("port_mappings", velsim::kPortMappingPathPrefix, path); });
+  return operation("ZoVelDelPortMapping", velsim::path_args(path, nullptr), [&] {
+    return velsim::delete_entry("port_mappings", velsim::kPortMappingPathPrefix, path);
+  });
 }

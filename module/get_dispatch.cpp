@@ -4,6 +4,7 @@
 
 #include "module/dispatch.h"
 #include "module/small_queries.h"
+#include "network/network.h"
 #include "platform/text.h"
 
 namespace velconfig {
@@ -20,17 +21,17 @@ const GetKey kGetKeys[] = {
     {"allInfo", nullptr},
     {"gwStatus", nullptr},
     {"gwInfo", nullptr},
-    {"lan", nullptr},
-    {"ddns", nullptr},
-    {"iptv", nullptr},
+    {"lan", get_lan},
+    {"ddns", get_ddns},
+    {"iptv", get_iptv},
     {"easymesh_config", nullptr},
-    {"pmLists", nullptr},
+    {"pmLists", get_pm_lists},
     {"interConndStatus", nullptr},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
     {"hostsInfo", nullptr},
     {"itvVoipReg", nullptr},
-    {"blackHosts", nullptr},
+    {"blackHosts", get_black_hosts},
     {"usbDevices", nullptr},
     {"fileLists", nullptr},
     {"selectedUsb", nullptr},

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "module/dispatch.h"
+#include "network/network.h"
 #include "system/system.h"
 
 namespace velconfig {
@@ -10,20 +11,20 @@ namespace {
 
 const SetKey kSetKeys[] = {
     {"account", nullptr},
-    {"lan", nullptr},
-    {"ddns", nullptr},
-    {"iptv", nullptr},
+    {"lan", set_lan},
+    {"ddns", set_ddns},
+    {"iptv", set_iptv},
     {"easymesh_config", nullptr},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
-    {"pmSetSingle", nullptr},
-    {"pmSetAll", nullptr},
+    {"pmSetSingle", set_pm_single},
+    {"pmSetAll", set_pm_all},
     {"startInterConnd", nullptr},
     {"syncConfig", nullptr},
     {"syncOnoff", nullptr},
     {"configAP", nullptr},
-    {"hostSettings", nullptr},
-    {"rmBlackHost", nullptr},
+    {"hostSettings", set_host_settings},
+    {"rmBlackHost", set_rm_black_host},
     {"restore", set_restore},
     {"fwrestore", set_fwrestore},
     {"reboot", set_reboot},

@@ -83,4 +83,17 @@ end
 function M.get(...) return M.velconfig:get(...) end
 function M.set(...) return M.velconfig:set(...) end
 
+-- The message of the Lua error that v:set(key, input) raises, called as a page calls
+-- it (method syntax); fails the test when the call does not raise.
+function M.set_error(key, input)
+  local ok, err = pcall(function() return M.velconfig:set(key, input) end)
+  assert(not ok, "expected set " .. key .. " to raise")
+  return M.without_position(err)
+end
+
+-- The field reader's complaint about a field that is not text, as luaL_checklstring words it.
+function M.field_error(got)
+  return "^bad argument #%-?%d+ to 'set' %(string expected, got " .. got .. "%)$"
+end
+
 return M

@@ -1,0 +1,80 @@
+// Per-host Internet access: black-listing, restricting and releasing a LAN host
+// found by its MAC address, and the list of black-listed hosts.
+#include <glib.h>
+#include <string.h>
+
+#include "module/result.h"
+#include "module/table_field.h"
+#include "network/network.h"
+#include "network/object_path.h"
+#include "platform/holders.h"
+#include "platform/text.h"
+#include "platform/zovel.h"
+
+namespace velconfig {
+namespace {
+
+// Values of the "InternetAccess" byte.
+constexpr uint8_t kBlackListed = 0;
+constexpr uint8_t kRestricted = 1;
+constexpr uint8_t kNormal = 2;
+
+int32_t write_access(const ZoVelLanHost& host) {
+  return ZoVelDBusSetProperty("com.zom.igd1", path_text(host.path).text, "com.zom.igd1.LANHost",
+                              "InternetAccess", g_variant_new_byte(host.internet_access));
+}
+
+}  // namespace
+
+// 1 when no host has the MAC, else the property write's result.
+int32_t set_host_settings(lua_State* L) {
+  char type[16] = {};
+  char mac[24] = {};
+  if (lua_istable(L, -1)) {
+    read_field(L, "type", type);
+    read_field(L, "mac", mac);
+  }
+  ZoVelLog(kLogNotice, "Set LAN host [%s] to black or restrict", mac);
+  ZoVelLanHost host = {};
+  if (ZoVelGetLANHostByMAC(mac, &host) != 0) return 1;
+  if (strcmp(type, "black") == 0) {
+    host.internet_access = kBlackListed;
+  } else {
+    char on_off[8];
+    read_field(L, "onOff", on_off);
+    host.internet_access = decimal_value(on_off) != 0 ? kRestricted : kNormal;
+  }
+  return write_access(host);
+}
+
+// Gives the host normal access whatever it had; 1 when no host has the MAC.
+int32_t set_rm_black_host(lua_State* L) {
+  char mac[24] = {};
+  if (lua_istable(L, -1)) read_field(L, "mac", mac);
+  ZoVelLog(kLogNotice, "Remove LAN host [%s] out of black lists.", mac);
+  ZoVelLanHost host = {};
+  if (ZoVelGetLANHostByMAC(mac, &host) != 0) return 1;
+  host.internet_access = kNormal;
+  return write_access(host);
+}
+
+void get_black_hosts(lua_State* L, const GetArgs&) {
+  lua_newtable(L);
+  PlatformList<ZoVelLanHostExt> list;
+  // A failed listing reads as an empty one.
+  ZoVelGetLANHostExtWithIPv6Objs(list.items(), list.count());
+  int rows = 0;
+  for (const ZoVelLanHostExt& host : list) {
+    if (host.base.internet_access != kBlackListed) continue;
+    begin_row(L, "dev%d", ++rows);
+    set_text(L, "ip", field_text(host.base.ipv4));
+    set_text(L, "ipv6", field_text(host.ipv6));
+    set_text(L, "type", field_text(host.base.dev_type));
+    set_text(L, "system", field_text(host.base.system));
+    set_text(L, "mac", field_text(host.base.mac));
+    end_row(L);
+  }
+  set_number(L, "count", rows);
+}
+
+}  // namespace velconfig

@@ -1,0 +1,51 @@
+// "iptv": the IPTV service record, changed field by field and written back whole.
+#include <string.h>
+
+#include "module/result.h"
+#include "module/table_field.h"
+#include "network/network.h"
+#include "platform/text.h"
+#include "platform/zovel.h"
+
+namespace velconfig {
+
+void get_iptv(lua_State* L, const GetArgs&) {
+  lua_newtable(L);
+  ZoVelIptvInfo iptv = {};
+  ZoVelGetSubIPTVInfo(&iptv);
+  std::string_view ports = field_text(iptv.bound_ports);
+  set_number(L, "enable", iptv.enable);
+  set_number(L, "vlanOnOff", iptv.vlan_id >= 0 ? 1 : 0);
+  set_number(L, "vlanid", iptv.vlan_id);
+  set_text(L, "bindlanport", ports.empty() ? "none" : ports);
+}
+
+// 0 on success (also when the input is not a table: nothing is written), otherwise
+// the platform's code from reading or writing the record.
+int32_t set_iptv(lua_State* L) {
+  ZoVelIptvInfo iptv = {};
+  int32_t code = ZoVelGetSubIPTVInfo(&iptv);
+  if (code != 0) return code;
+  if (!lua_istable(L, -1)) return 0;
+
+  char enable[32];
+  read_field(L, "enable", enable);
+  iptv.enable = decimal_value(enable) != 0 ? 1 : 0;
+  // Switched off, only the flag changes; VLAN and ports go back as the platform gave them.
+  if (iptv.enable != 0) {
+    char vlan_on_off[32];
+    read_field(L, "vlanOnOff", vlan_on_off);
+    if (decimal_value(vlan_on_off) != 0) {
+      char vlan_id[32];
+      read_field(L, "vlanid", vlan_id);
+      iptv.vlan_id = decimal_value(vlan_id);
+    }
+    char ports[32];
+    read_field(L, "bindlanport", ports);
+    memset(iptv.bound_ports, 0, sizeof iptv.bound_ports);
+    if (strcmp(ports, "none") != 0) copy_text(iptv.bound_ports, ports);
+  }
+  return ZoVelSetSubIPTVInfo(&iptv);
+}
+
+}  // namespace velconfig

@@ -1,0 +1,86 @@
+// "lan": the gateway's LAN address and its DHCP server, read from the DHCP server
+// record and written in one multi-property call on the DHCP server object.
+#include <glib.h>
+#include <string.h>
+
+#include "module/result.h"
+#include "module/table_field.h"
+#include "network/network.h"
+#include "platform/holders.h"
+#include "platform/text.h"
+#include "platform/zovel.h"
+
+namespace velconfig {
+namespace {
+
+constexpr const char* kService = "com.zom.igd1";
+constexpr const char* kDhcpPath = "/com/zom/igd1/Config/DHCPServer";
+constexpr const char* kDhcpInterface = "com.zom.igd1.DHCPServer";
+
+// GVariant strings must be UTF-8: a text cut inside a character at its capacity (or
+// not UTF-8 at all) is sent up to its last whole character instead of being refused.
+template <size_t N>
+const char* utf8_prefix(char (&text)[N]) {
+  const char* end = nullptr;
+  if (!g_utf8_validate(text, -1, &end)) text[end - text] = '\0';
+  return text;
+}
+
+void add_text(GVariantBuilder* builder, const char* name, const char* value) {
+  g_variant_builder_add(builder, "{sv}", name, g_variant_new_string(value));
+}
+
+}  // namespace
+
+void get_lan(lua_State* L, const GetArgs&) {
+  lua_newtable(L);
+  ZoVelDhcpServer server = {};
+  ZoVelGetDHCPServer(&server);
+  std::string_view lan_ip = field_text(server.lan_ip);
+  set_number(L, "dhcpEnbl", server.enable);
+  set_text(L, "lanIp", lan_ip.empty() ? "0.0.0.0" : lan_ip);
+  set_text(L, "poolStart", field_text(server.pool_start));
+  set_text(L, "poolEnd", field_text(server.pool_end));
+  set_text(L, "subnetMask", field_text(server.subnet_mask));
+}
+
+// 0: written, address unchanged; 2: written, the page must move to the new address;
+// 1: no table; otherwise the platform's code.
+int32_t set_lan(lua_State* L) {
+  if (!lua_istable(L, -1)) return 1;
+  char dhcp_enbl[8];
+  char old_lan_ip[24];
+  char lan_ip[16];
+  char pool_start[16] = {};
+  char pool_end[16] = {};
+  char subnet_mask[16] = {};
+  read_field(L, "dhcpEnbl", dhcp_enbl);
+  read_field(L, "oldLanIp", old_lan_ip);
+  read_field(L, "lanIp", lan_ip);
+  bool moved = strcmp(old_lan_ip, lan_ip) != 0;
+  // The pool is neither read nor sent while the server is off.
+  bool enable = decimal_value(dhcp_enbl) == 1;
+  if (enable) {
+    read_field(L, "poolStart", pool_start);
+    read_field(L, "poolEnd", pool_end);
+    read_field(L, "subnetMask", subnet_mask);
+  }
+
+  // Every field is read before the builder exists, so a raising read leaks nothing.
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+  if (enable) {
+    add_text(&builder, "MinAddress", utf8_prefix(pool_start));
+    add_text(&builder, "MaxAddress", utf8_prefix(pool_end));
+    add_text(&builder, "SubnetMask", utf8_prefix(subnet_mask));
+  }
+  g_variant_builder_add(&builder, "{sv}", "Enable", g_variant_new_boolean(enable));
+  add_text(&builder, "IPAddr", utf8_prefix(lan_ip));
+  OwnedVariant dictionary(g_variant_ref_sink(g_variant_builder_end(&builder)));
+
+  int32_t code = ZoVelDBusSetMultiProperty(kService, kDhcpPath, kDhcpInterface, dictionary.get());
+  if (code != 0) return code;
+  return moved ? 2 : 0;
+}
+
+}  // namespace velconfig

@@ -1,0 +1,72 @@
+-- LAN host access control: black-listing, restricting and releasing a host by its
+-- MAC, and the list of black-listed hosts.
+local h = require "helpers"
+local v = h.velconfig
+local DESKTOP, KIDS = "D89EF3A1B201", "5CE0C5B27F16" -- host 1 normal, host 6 restricted
+
+local function access_writes()
+  local seen = {}
+  for _, c in ipairs(h.calls("ZoVelDBusSetProperty")) do
+    assert.are.same({ "com.zom.igd1", "com.zom.igd1.LANHost", "InternetAccess" }, { c.service, c.interface, c.property })
+    seen[#seen + 1] = { c.path, c.value }
+  end
+  return seen
+end
+
+describe("hostSettings and rmBlackHost", function()
+  before_each(function() h.reset() end)
+
+  for _, c in ipairs {
+    { "type black, onOff absent", "hostSettings", { type = "black", mac = DESKTOP }, 0 },
+    { "a capital B and onOff 1", "hostSettings", { type = "Black", mac = DESKTOP, onOff = "1" }, 1 },
+    { "another type and onOff 0", "hostSettings", { type = "limit", mac = DESKTOP, onOff = "0" }, 2 },
+    { "rmBlackHost on a restricted host", "rmBlackHost", { mac = KIDS }, 2 },
+  } do
+    it(c[1] .. " writes access " .. c[4], function()
+      assert.are.equal(0, v:set(c[2], c[3]))
+      local path = "/com/zom/igd1/Info/LANHost/" .. (c[3].mac == KIDS and 6 or 1)
+      assert.are.same({ { path, c[4] } }, access_writes())
+    end)
+  end
+
+  it("logs the MAC before the lookup and returns 1 for an unknown host", function()
+    assert.are.equal(1, v:set("hostSettings", { type = "black", mac = "000000000000" }))
+    assert.are.equal(1, v:set("rmBlackHost", "x"))
+    assert.are.same({ "5 Set LAN host [000000000000] to black or restrict", "5 Remove LAN host [] out of black lists." },
+      h.log_texts())
+    assert.are.same({}, access_writes())
+  end)
+
+  it("returns the write's code; raises when onOff is needed but absent", function()
+    h.sim.fail("ZoVelDBusSetProperty", -4)
+    assert.are.equal(-4, v:set("rmBlackHost", { mac = KIDS }))
+    assert.matches(h.field_error("nil"), h.set_error("hostSettings", { type = "limit", mac = DESKTOP }))
+  end)
+end)
+
+describe("blackHosts", function()
+  before_each(function() h.reset() end)
+
+  it("lists black-listed hosts only, numbered without gaps", function()
+    h.edit_model(function(m) m.hosts[4].access = 0 end)
+    local list = v:get("blackHosts")
+    assert.are.same({ ip = "192.168.1.102", ipv6 = "fd00::66", type = "mobile", system = "iPadOS 17",
+      mac = "A85B78C0D1E4" }, list.dev1)
+    assert.are.same({ 2, "B827EB5A9C07" }, { list.count, list.dev2.mac })
+  end)
+
+  it("gives count 0 when the listing fails or no host is black-listed", function()
+    h.sim.fail("ZoVelGetLANHostExtWithIPv6Objs", -1, 1)
+    local failed = v:get("blackHosts")
+    h.edit_model(function(m) m.hosts[7].access = 1 end)
+    assert.are.same({ { count = 0 }, { count = 0 } }, { failed, v:get("blackHosts") })
+  end)
+
+  it("round trip: a host is listed once black-listed and leaves the list when removed", function()
+    assert.are.equal(0, v:set("hostSettings", { type = "black", mac = DESKTOP }))
+    local list = v:get("blackHosts")
+    assert.are.same({ 0, 2, DESKTOP }, { h.model().hosts[1].access, list.count, list.dev1.mac })
+    assert.are.equal(0, v:set("rmBlackHost", { mac = DESKTOP }))
+    assert.are.same({ 2, 1 }, { h.model().hosts[1].access, v:get("blackHosts").count })
+  end)
+end)

@@ -54,6 +54,34 @@ describe("the velconfig tool", function()
     assert.are.equal("", quiet)
   end)
 
+  it("passes NAME=VALUE fields as a table, and the next run sees the change", function()
+    local status, out = run(state, "set", "lan", "dhcpEnbl=0", "oldLanIp=192.168.1.1", "lanIp=192.168.5.1")
+    assert.are.same({ 0, "2\n" }, { status, out })
+    local _, lan = run(state, "get", "lan")
+    assert.are.equal("192.168.5.1", cjson.decode(lan).lanIp)
+  end)
+
+  it("reports a Lua error on stderr with status 1", function()
+    local status, out, err = run(state, "set", "lan", "dhcpEnbl=1")
+    assert.are.same({ 1, "" }, { status, out })
+    assert.are.equal("velconfig: bad argument #-2 to 'set' (string expected, got nil)\n", err)
+  end)
+
+  it("lists numbered rows in numeric order", function()
+    local m = cjson.decode(h.sim.default_model())
+    m.hosts = {}
+    for i = 1, 12 do
+      m.hosts[i] = { id = i, mac = string.format("0000000000%02d", i), access = 0, online = true }
+    end
+    local f = assert(io.open(state, "w"))
+    f:write(cjson.encode(m))
+    f:close()
+    local _, out = run(state, "get", "blackHosts")
+    local order = {}
+    for key in out:gmatch('\n  "(dev%d+)"') do order[#order + 1] = key end
+    assert.are.same({ "dev1", "dev2", "dev3", "dev4", "dev5", "dev6", "dev7", "dev8", "dev9", "dev10", "dev11", "dev12" }, order)
+  end)
+
   it("answers usage errors with the usage and status 2", function()
     for _, args in ipairs({ {}, { "get" }, { "frob", "x" }, { "get", "k", "1", "2", "3" }, { "set", "k", "novalue" } }) do
       local status, out, err = run(state, table.unpack and table.unpack(args) or unpack(args))

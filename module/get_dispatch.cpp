@@ -5,6 +5,7 @@
 #include "module/dispatch.h"
 #include "module/small_queries.h"
 #include "platform/text.h"
+#include "status/status.h"
 
 namespace velconfig {
 namespace {
@@ -13,13 +14,14 @@ const GetKey kGetKeys[] = {
     {"hasWiFi", get_has_wifi},
     {"hasPots", get_has_pots},
     {"hasUsb", get_has_usb},
-    {"devType", nullptr},
+    {"devType", get_dev_type},
     {"hasMesh", nullptr},
-    {"gwIPs", nullptr},
+    {"gwIPs", get_gw_ips},
     {"getAppConfig", get_app_config},
-    {"allInfo", nullptr},
-    {"gwStatus", nullptr},
-    {"gwInfo", nullptr},
+    {"allInfo", get_all_info},
+    {"gwStatus", get_gw_status},
+    // An absent argument is not "all".
+    {"gwInfo", [](lua_State* L, const GetArgs& a) { get_gw_info(L, a.a1 != nullptr && strcmp(a.a1, "all") == 0); }},
     {"lan", nullptr},
     {"ddns", nullptr},
     {"iptv", nullptr},
@@ -28,7 +30,8 @@ const GetKey kGetKeys[] = {
     {"interConndStatus", nullptr},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
-    {"hostsInfo", nullptr},
+    // An absent filter reads as 0, as decimal conversion of nothing gives.
+    {"hostsInfo", [](lua_State* L, const GetArgs& a) { get_hosts_info(L, decimal_value(a.a1)); }},
     {"itvVoipReg", nullptr},
     {"blackHosts", nullptr},
     {"usbDevices", nullptr},

@@ -83,4 +83,17 @@ end
 function M.get(...) return M.velconfig:get(...) end
 function M.set(...) return M.velconfig:set(...) end
 
+
+-- Resetting while the clock is pinned from an earlier test would leave the model's
+-- running figures (up times, byte counters) starting at that earlier moment, or at
+-- the real time before any pin, so that advancing the clock moved them by a varying
+-- amount or not at all. Reload the default model once the clock is pinned, so they
+-- start at the pinned moment.
+local reset_unpinned = M.reset
+function M.reset(at)
+  reset_unpinned(at)
+  sim.load_model(sim.default_model())
+  sim.clear_journal()
+end
+
 return M

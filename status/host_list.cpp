@@ -1,7 +1,9 @@
 // "hostsInfo": the online LAN devices with their addresses and speeds, and the
 // address of the web client asking.
-#include <stdio.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "module/result.h"
 #include "platform/holders.h"
@@ -29,15 +31,21 @@ bool passes(const ZoVelLanHost& host, int32_t filter) {
 
 // The first line of /tmp/curhostip without its line feed, or "" when unreadable.
 void read_current_client(char (&ip)[kCurIpRoom]) {
-  ip[0] = '\0';
+  memset(ip, 0, sizeof ip);
   char path[512];
   if (!gateway_file_path("/tmp/curhostip", path, sizeof path)) return;
-  FILE* f = fopen(path, "r");
-  if (f == nullptr) return;
-  if (fgets(ip, sizeof ip, f) == nullptr) ip[0] = '\0';
-  fclose(f);
-  size_t n = strlen(ip);
-  if (n > 0 && ip[n - 1] == '\n') ip[n - 1] = '\0';
+  int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return;
+  ssize_t n;
+  do {
+    n = read(fd, ip, sizeof ip - 1);
+  } while (n < 0 && errno == EINTR);
+  close(fd);
+  // As fgets reads it: up to the first line feed, which is then dropped.
+  size_t length = n > 0 ? static_cast<size_t>(n) : 0;
+  const char* feed = static_cast<const char*>(memchr(ip, '\n', length));
+  if (feed != nullptr) length = static_cast<size_t>(feed - ip);
+  memset(ip + length, 0, sizeof ip - length);
 }
 
 }  // namespace

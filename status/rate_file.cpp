@@ -4,14 +4,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <glib.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <limits>
-#include <memory>
 #include <string_view>
 
 #include "platform/seams.h"
@@ -86,9 +83,11 @@ class LineScanner {
     skip_blanks();
     if (p_ < end_ && (*p_ == '+' || *p_ == '-')) *negative = (*p_++ == '-');
     const char* first = p_;
+    constexpr uint64_t kTenth = std::numeric_limits<uint64_t>::max() / 10;
+    constexpr uint64_t kLastDigit = std::numeric_limits<uint64_t>::max() % 10;
     for (; p_ < end_ && *p_ >= '0' && *p_ <= '9'; ++p_) {
       uint64_t digit = static_cast<uint64_t>(*p_ - '0');
-      if (*value > (std::numeric_limits<uint64_t>::max() - digit) / 10) *overflow = true;
+      if (*value > kTenth || (*value == kTenth && digit > kLastDigit)) *overflow = true;
       *value = *value * 10 + digit;
     }
     return p_ != first;
@@ -149,14 +148,20 @@ bool write_all(int fd, const char* data, size_t length) {
   return true;
 }
 
+char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// strcasecmp's equality in the C locale.
 bool mac_equal(std::string_view mac, const char (&stored)[sizeof HostRate::mac]) {
-  if (mac.size() >= sizeof stored) return false;
-  return g_ascii_strncasecmp(mac.data(), stored, mac.size()) == 0 && stored[mac.size()] == '\0';
+  if (mac.size() >= sizeof stored || stored[mac.size()] != '\0') return false;
+  for (size_t i = 0; i < mac.size(); ++i) {
+    if (lower(mac[i]) != lower(stored[i])) return false;
+  }
+  return true;
 }
 
 uint32_t mac_hash(std::string_view mac) {
   uint32_t h = 2166136261u;
-  for (char c : mac) h = (h ^ static_cast<uint8_t>(g_ascii_tolower(c))) * 16777619u;
+  for (char c : mac) h = (h ^ static_cast<uint8_t>(lower(c))) * 16777619u;
   return h;
 }
 
@@ -179,23 +184,22 @@ void index_host_rates(HostRateTable* table) {
 bool load_host_rates(HostRateTable* table) {
   char path[512];
   if (!rate_file_path(path)) return false;
-  // Non-blocking, so that a FIFO someone left in our place cannot stall the page.
+  // Non-blocking, so that a FIFO someone left in our place cannot stall the page; a
+  // folder or a device there reads as nothing or as junk, bounded below.
   int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
-  struct stat st;
-  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    close(fd);
-    return false;
-  }
   // 254 pieces of at most 127 characters never reach further into the file.
   constexpr size_t kReadRoom = kRateTableRoom * kLinePiece;
-  std::unique_ptr<char[]> data(new char[kReadRoom]);
+  char data[kReadRoom];
   size_t length = 0;
   while (length < kReadRoom) {
-    ssize_t n = read(fd, data.get() + length, kReadRoom - length);
+    size_t want = kReadRoom - length;
+    ssize_t n = read(fd, data + length, want);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
     length += static_cast<size_t>(n);
+    // A regular file gives everything up to its end at once.
+    if (static_cast<size_t>(n) < want) break;
   }
   close(fd);
 
@@ -203,9 +207,9 @@ bool load_host_rates(HostRateTable* table) {
   size_t pos = 0;
   while (lines < kRateTableRoom && pos < length) {
     size_t room = length - pos < kLinePiece ? length - pos : kLinePiece;
-    const void* feed = memchr(data.get() + pos, '\n', room);
-    size_t piece = feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - (data.get() + pos)) + 1 : room;
-    parse_line(data.get() + pos, piece, &table->records[lines]);
+    const void* feed = memchr(data + pos, '\n', room);
+    size_t piece = feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - (data + pos)) + 1 : room;
+    parse_line(data + pos, piece, &table->records[lines]);
     pos += piece;
     ++lines;
   }
@@ -226,18 +230,20 @@ void store_host_rates(const HostRateTable& table, size_t count) {
   char path[512];
   if (!rate_file_path(path)) return;
   if (count > kRateTableRoom) count = kRateTableRoom;
-  std::unique_ptr<char[]> text(new char[count * kLineMax + 1]);
-  char* end = text.get();
+  char text[kRateTableRoom * kLineMax];
+  char* end = text;
   for (size_t i = 0; i < count; ++i) end = format_line(end, table.records[i]);
 
   // The next reader sees the old file or the new one whole, never a part of one.
-  char temp[sizeof path + 8];
-  snprintf(temp, sizeof temp, "%s.XXXXXX", path);
-  int fd = mkostemp(temp, O_CLOEXEC);
+  // O_EXCL never follows a link someone planted under the temporary name.
+  char temp[sizeof path + 24];
+  snprintf(temp, sizeof temp, "%s.%ld.tmp", path, static_cast<long>(getpid()));
+  int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  int fd = open(temp, flags, 0644);
+  if (fd < 0 && errno == EEXIST && unlink(temp) == 0) fd = open(temp, flags, 0644);
   bool stored = false;
   if (fd >= 0) {
-    fchmod(fd, 0644);
-    bool written = write_all(fd, text.get(), static_cast<size_t>(end - text.get()));
+    bool written = write_all(fd, text, static_cast<size_t>(end - text));
     stored = (close(fd) == 0) && written && rename(temp, path) == 0;
     if (!stored) unlink(temp);
   }

@@ -3,7 +3,6 @@
 //   bench_hosts time [N]   time per call of both, native
 //   bench_hosts hosts [N]  N hostsInfo calls, collected by callgrind (--collect-atstart=no)
 //   bench_hosts floor [N]  N floor builds, likewise
-#include <lua.hpp>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -12,6 +11,7 @@
 #include <unistd.h>
 #include <valgrind/callgrind.h>
 
+#include <lua.hpp>
 #include <string>
 #include <vector>
 
@@ -35,8 +35,8 @@ std::string model_text() {
              "%s{\"id\":%d,\"mac\":\"%012llX\",\"access\":%d,\"type\":\"pc\",\"ip\":\"192.168.1.%d\","
              "\"ipv6\":\"fd00::%x\",\"connection\":%d,\"system\":\"Windows 11\",\"online\":true,"
              "\"down_bytes\":%d,\"up_bytes\":%d,\"down_rate\":%d,\"up_rate\":%d}",
-             i > 1 ? "," : "", i, 0xA4C1E2000000ULL + static_cast<unsigned>(i), i % 7 == 0 ? 1 : 2, i, i, i % 3, i * 1000, i * 100,
-             8000 * i, 800 * i);
+             i > 1 ? "," : "", i, 0xA4C1E2000000ULL + static_cast<unsigned>(i), i % 7 == 0 ? 1 : 2, i, i,
+             i % 3, i * 1000, i * 100, 8000 * i, 800 * i);
     hosts += one;
   }
   return "{\"hosts\":[" + hosts + "]}";
@@ -114,7 +114,8 @@ void put_bool(lua_State* L, const char* key, bool value) {
 }
 
 // The floor: the same table, built the same way, from memory.
-__attribute__((noinline)) void build_floor(lua_State* L, const std::vector<Row>& rows, const std::string& curip) {
+__attribute__((noinline)) void build_floor(lua_State* L, const std::vector<Row>& rows,
+                                           const std::string& curip) {
   lua_newtable(L);
   int n = 0;
   for (const Row& r : rows) {

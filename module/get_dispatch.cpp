@@ -21,7 +21,8 @@ const GetKey kGetKeys[] = {
     {"allInfo", get_all_info},
     {"gwStatus", get_gw_status},
     // An absent argument is not "all".
-    {"gwInfo", [](lua_State* L, const GetArgs& a) { get_gw_info(L, a.a1 != nullptr && strcmp(a.a1, "all") == 0); }},
+    {"gwInfo",
+     [](lua_State* L, const GetArgs& a) { get_gw_info(L, a.a1 != nullptr && strcmp(a.a1, "all") == 0); }},
     {"lan", nullptr},
     {"ddns", nullptr},
     {"iptv", nullptr},

@@ -49,8 +49,8 @@ inline bool equals_ignoring_case(std::string_view text, std::string_view word) {
 // The instance number text that starts at kInstanceNumberOffset of an object path or
 // USB identity block, bounded by the block.
 inline std::string_view instance_number_text(const char (&block)[256]) {
-  return std::string_view(block + kInstanceNumberOffset, strnlen(block + kInstanceNumberOffset,
-                                                                 sizeof block - kInstanceNumberOffset));
+  return std::string_view(block + kInstanceNumberOffset,
+                          strnlen(block + kInstanceNumberOffset, sizeof block - kInstanceNumberOffset));
 }
 
 }  // namespace velconfig

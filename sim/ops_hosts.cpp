@@ -93,6 +93,11 @@ json_int_t number_in(json_t* v, json_int_t fallback) {
   return fallback;
 }
 
+bool flag_in(json_t* v) {
+  if (json_is_boolean(v)) return json_is_true(v);
+  return json_is_integer(v) && json_integer_value(v) != 0;
+}
+
 void take_text(json_t* v, const char** out) {
   if (json_is_string(v)) *out = json_string_value(v);
 }
@@ -117,23 +122,23 @@ HostFacts facts_of(json_t* host) {
         break;
       case 'd':
         if (strcmp(key, "down_bytes") == 0) f.down_bytes = number_in(v, 0);
-        else if (strcmp(key, "down_rate") == 0) f.down_rate = number_in(v, 0);
+        if (strcmp(key, "down_rate") == 0) f.down_rate = number_in(v, 0);
         break;
       case 'i':
         if (strcmp(key, "id") == 0) f.id = number_in(v, 0);
-        else if (strcmp(key, "ip") == 0) take_text(v, &f.ip);
-        else if (strcmp(key, "ipv6") == 0) take_text(v, &f.ipv6);
+        if (strcmp(key, "ip") == 0) take_text(v, &f.ip);
+        if (strcmp(key, "ipv6") == 0) take_text(v, &f.ipv6);
         break;
       case 'm':
         if (strcmp(key, "mac") == 0) take_text(v, &f.mac);
-        else if (strcmp(key, "model") == 0) take_text(v, &f.model);
+        if (strcmp(key, "model") == 0) take_text(v, &f.model);
         break;
       case 'n':
         if (strcmp(key, "name") == 0) take_text(v, &f.name);
         break;
       case 'o':
-        if (strcmp(key, "online") == 0) f.online = json_is_boolean(v) ? json_is_true(v) : (json_is_integer(v) && json_integer_value(v) != 0);
-        else if (strcmp(key, "online_time") == 0) f.online_time = number_in(v, 0);
+        if (strcmp(key, "online") == 0) f.online = flag_in(v);
+        if (strcmp(key, "online_time") == 0) f.online_time = number_in(v, 0);
         break;
       case 's':
         if (strcmp(key, "system") == 0) take_text(v, &f.system);
@@ -143,7 +148,7 @@ HostFacts facts_of(json_t* host) {
         break;
       case 'u':
         if (strcmp(key, "up_bytes") == 0) f.up_bytes = number_in(v, 0);
-        else if (strcmp(key, "up_rate") == 0) f.up_rate = number_in(v, 0);
+        if (strcmp(key, "up_rate") == 0) f.up_rate = number_in(v, 0);
         break;
       default:
         break;
@@ -153,7 +158,8 @@ HostFacts facts_of(json_t* host) {
 }
 
 uint64_t advanced(json_int_t counter, json_int_t rate_bits, int64_t seconds) {
-  return static_cast<uint64_t>(counter) + static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
+  uint64_t grown = static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
+  return static_cast<uint64_t>(counter) + grown;
 }
 
 void fill_from(const HostFacts& f, ZoVelLanHost* r) {

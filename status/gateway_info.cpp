@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* kService = "com.zom.igd1";
 constexpr const char* kDevicePath = "/com/zom/igd1/Info/Device";
-constexpr size_t kTextRoom = 64;  // at most 63 characters kept
+constexpr size_t kTextRoom = 64;     // at most 63 characters kept
 constexpr size_t kAddressRoom = 63;  // at most 62 characters kept
 
 // The access-network marks of the "com.zom.igd1.NetworkAccessSign" interface.
@@ -25,7 +25,8 @@ struct AccessSign {
 };
 
 // A property value of the given type, or null (and nothing to release) otherwise.
-OwnedVariant read_property(const char* path, const char* interface, const char* name, const GVariantType* type) {
+OwnedVariant read_property(const char* path, const char* interface, const char* name,
+                           const GVariantType* type) {
   GVariant* raw = nullptr;
   int32_t rc = ZoVelDBusGetProperty(kService, path, interface, name, &raw);
   OwnedVariant value(raw);
@@ -60,8 +61,8 @@ void read_access_sign(AccessSign* sign) {
 // when enabled; a later record overrides an earlier one.
 void wifi_names(lua_State* L) {
   bool dual_band = false;
-  OwnedVariant band = read_property("/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand",
-                                    G_VARIANT_TYPE_BOOLEAN);
+  OwnedVariant band =
+      read_property("/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand", G_VARIANT_TYPE_BOOLEAN);
   if (band != nullptr) dual_band = g_variant_get_boolean(band.get()) != FALSE;
   band.reset();
 
@@ -107,7 +108,8 @@ void get_gw_info(lua_State* L, bool all) {
   }
 
   {
-    OwnedVariant type = read_property(kDevicePath, "com.zom.igd1.DeviceInfo", "DevType2", G_VARIANT_TYPE_STRING);
+    OwnedVariant type =
+        read_property(kDevicePath, "com.zom.igd1.DeviceInfo", "DevType2", G_VARIANT_TYPE_STRING);
     if (type != nullptr) copy_text(dev_type, g_variant_get_string(type.get(), nullptr));
   }
   set_text(L, "DevType", dev_type);

@@ -111,7 +111,8 @@ void wan_state(lua_State* L) {
   memset(&net, 0, sizeof net);
   ZoVelGetNetworkInfo(&net);
   std::string_view v4 = field_text(net.ipv4_status);
-  bool up = equals_ignoring_case(v4, "connected") || equals_ignoring_case(field_text(net.ipv6_status), "connected");
+  bool up =
+      equals_ignoring_case(v4, "connected") || equals_ignoring_case(field_text(net.ipv6_status), "connected");
   set_text(L, "wanConnect", up ? "CONNECTED" : v4);
   set_number(L, "wanUpTime", net.wan_up_time);
 }

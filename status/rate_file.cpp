@@ -131,7 +131,8 @@ char* format_line(char* out, const HostRate& record) {
   out = put_decimal(out, record.up_bytes, false);
   *out++ = ' ';
   bool negative = record.stamp < 0;
-  uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(record.stamp) : static_cast<uint64_t>(record.stamp);
+  uint64_t magnitude =
+      negative ? 0 - static_cast<uint64_t>(record.stamp) : static_cast<uint64_t>(record.stamp);
   out = put_decimal(out, magnitude, negative);
   *out++ = '\n';
   return out;
@@ -208,7 +209,8 @@ bool load_host_rates(HostRateTable* table) {
   while (lines < kRateTableRoom && pos < length) {
     size_t room = length - pos < kLinePiece ? length - pos : kLinePiece;
     const void* feed = memchr(data + pos, '\n', room);
-    size_t piece = feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - (data + pos)) + 1 : room;
+    size_t piece =
+        feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - (data + pos)) + 1 : room;
     parse_line(data + pos, piece, &table->records[lines]);
     pos += piece;
     ++lines;
@@ -279,7 +281,8 @@ HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
       const HostRate& before = previous_.records[i];
       if (host.up_bytes >= before.up_bytes && host.down_bytes >= before.down_bytes) {
         uint64_t seconds = static_cast<uint64_t>(interval_);
-        speed.up = static_cast<int32_t>(static_cast<uint32_t>((host.up_bytes - before.up_bytes) * 8 / seconds));
+        speed.up =
+            static_cast<int32_t>(static_cast<uint32_t>((host.up_bytes - before.up_bytes) * 8 / seconds));
         speed.down =
             static_cast<int32_t>(static_cast<uint32_t>((host.down_bytes - before.down_bytes) * 8 / seconds));
       }

@@ -2,8 +2,9 @@
 // gateway's identity and addresses.
 #pragma once
 
-#include <lua.hpp>
 #include <stdint.h>
+
+#include <lua.hpp>
 
 #include "module/dispatch.h"
 #include "platform/records.h"

@@ -6,6 +6,7 @@
 #include "module/small_queries.h"
 #include "network/network.h"
 #include "platform/text.h"
+#include "status/status.h"
 
 namespace velconfig {
 namespace {
@@ -14,13 +15,15 @@ const GetKey kGetKeys[] = {
     {"hasWiFi", get_has_wifi},
     {"hasPots", get_has_pots},
     {"hasUsb", get_has_usb},
-    {"devType", nullptr},
+    {"devType", get_dev_type},
     {"hasMesh", nullptr},
-    {"gwIPs", nullptr},
+    {"gwIPs", get_gw_ips},
     {"getAppConfig", get_app_config},
-    {"allInfo", nullptr},
-    {"gwStatus", nullptr},
-    {"gwInfo", nullptr},
+    {"allInfo", get_all_info},
+    {"gwStatus", get_gw_status},
+    // An absent argument is not "all".
+    {"gwInfo",
+     [](lua_State* L, const GetArgs& a) { get_gw_info(L, a.a1 != nullptr && strcmp(a.a1, "all") == 0); }},
     {"lan", get_lan},
     {"ddns", get_ddns},
     {"iptv", get_iptv},
@@ -29,7 +32,8 @@ const GetKey kGetKeys[] = {
     {"interConndStatus", nullptr},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
-    {"hostsInfo", nullptr},
+    // An absent filter reads as 0, as decimal conversion of nothing gives.
+    {"hostsInfo", [](lua_State* L, const GetArgs& a) { get_hosts_info(L, decimal_value(a.a1)); }},
     {"itvVoipReg", nullptr},
     {"blackHosts", get_black_hosts},
     {"usbDevices", nullptr},

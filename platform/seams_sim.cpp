@@ -15,7 +15,7 @@ bool gateway_file_path(const char* path, char* out, size_t cap) {
   if (n < 0 || static_cast<size_t>(n) >= cap) return false;
   // The simulated root starts empty; give the file its folder as the gateway has it.
   char* folder = g_path_get_dirname(out);
-  g_mkdir_with_parents(folder, 0700);
+  if (!g_file_test(folder, G_FILE_TEST_IS_DIR)) g_mkdir_with_parents(folder, 0700);
   g_free(folder);
   return true;
 }

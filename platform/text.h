@@ -6,6 +6,8 @@
 
 #include <string_view>
 
+#include "platform/records.h"
+
 namespace velconfig {
 
 // The text of a record field up to its terminator, never past the field's end even
@@ -30,6 +32,25 @@ inline int32_t decimal_value(std::string_view text) {
   char buf[32] = {};
   copy_text(buf, text);
   return decimal_value(buf);
+}
+
+// ASCII letter case ignored, as strcasecmp compares in the C locale.
+inline bool equals_ignoring_case(std::string_view text, std::string_view word) {
+  if (text.size() != word.size()) return false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char a = text[i], b = word[i];
+    if (a >= 'A' && a <= 'Z') a = static_cast<char>(a - 'A' + 'a');
+    if (b >= 'A' && b <= 'Z') b = static_cast<char>(b - 'A' + 'a');
+    if (a != b) return false;
+  }
+  return true;
+}
+
+// The instance number text that starts at kInstanceNumberOffset of an object path or
+// USB identity block, bounded by the block.
+inline std::string_view instance_number_text(const char (&block)[256]) {
+  return std::string_view(block + kInstanceNumberOffset,
+                          strnlen(block + kInstanceNumberOffset, sizeof block - kInstanceNumberOffset));
 }
 
 }  // namespace velconfig

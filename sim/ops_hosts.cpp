@@ -21,12 +21,6 @@ using velsim::text_of;
 namespace velsim {
 namespace {
 
-uint64_t advanced(json_t* host, const char* counter, const char* rate, int64_t seconds) {
-  uint64_t value = static_cast<uint64_t>(int_of(host, counter));
-  uint64_t bits = static_cast<uint64_t>(int_of(host, rate));
-  return value + bits * static_cast<uint64_t>(seconds) / 8;
-}
-
 std::vector<json_t*> all_hosts() {
   std::vector<json_t*> hosts;
   size_t i;
@@ -81,28 +75,118 @@ json_t* host_at_path(const char* path) {
   return nullptr;
 }
 
-void fill_lan_host(json_t* host, ZoVelLanHost* r) {
-  bool online = flag_of(host, "online");
-  int64_t seconds = online ? elapsed() : 0;
-  snprintf(r->path, sizeof r->path, "%s%lld", kLanHostPathPrefix, static_cast<long long>(int_of(host, "id")));
-  put_text(r->mac, text_of(host, "mac"));
-  put_text(r->name, text_of(host, "name"));
-  r->internet_access = static_cast<uint8_t>(int_of(host, "access", 2));
-  put_text(r->dev_type, text_of(host, "type"));
-  put_text(r->ipv4, text_of(host, "ip"));
-  r->connection_type = static_cast<uint8_t>(int_of(host, "connection"));
-  put_text(r->brand, text_of(host, "brand"));
-  put_text(r->model, text_of(host, "model"));
-  put_text(r->system, text_of(host, "system"));
-  r->online = online ? 1 : 0;
-  r->online_time = static_cast<uint32_t>(int_of(host, "online_time") + seconds);
-  r->down_bytes = advanced(host, "down_bytes", "down_rate", seconds);
-  r->up_bytes = advanced(host, "up_bytes", "up_rate", seconds);
+namespace {
+
+// A host's members as the records show them; missing members read as the defaults.
+struct HostFacts {
+  json_int_t id = 0, access = 2, connection = 0, online_time = 0;
+  json_int_t down_bytes = 0, up_bytes = 0, down_rate = 0, up_rate = 0;
+  bool online = false;
+  const char *mac = "", *name = "", *type = "", *ip = "", *ipv6 = "", *brand = "", *model = "", *system = "";
+};
+
+json_int_t number_in(json_t* v, json_int_t fallback) {
+  if (json_is_integer(v)) return json_integer_value(v);
+  if (json_is_real(v)) return static_cast<json_int_t>(json_real_value(v));
+  if (json_is_boolean(v)) return json_is_true(v) ? 1 : 0;
+  return fallback;
 }
 
+bool flag_in(json_t* v) {
+  if (json_is_boolean(v)) return json_is_true(v);
+  return json_is_integer(v) && json_integer_value(v) != 0;
+}
+
+void take_text(json_t* v, const char** out) {
+  if (json_is_string(v)) *out = json_string_value(v);
+}
+
+// One pass over the members instead of a lookup per field: a full LAN lists 254
+// hosts per call, and the benchmark of the host list runs through here.
+HostFacts facts_of(json_t* host) {
+  HostFacts f;
+  // The iterator walk, not json_object_foreach, which looks every key up again.
+  for (void* it = json_object_iter(host); it != nullptr; it = json_object_iter_next(host, it)) {
+    const char* key = json_object_iter_key(it);
+    json_t* v = json_object_iter_value(it);
+    switch (key[0]) {
+      case 'a':
+        if (strcmp(key, "access") == 0) f.access = number_in(v, 2);
+        break;
+      case 'b':
+        if (strcmp(key, "brand") == 0) take_text(v, &f.brand);
+        break;
+      case 'c':
+        if (strcmp(key, "connection") == 0) f.connection = number_in(v, 0);
+        break;
+      case 'd':
+        if (strcmp(key, "down_bytes") == 0) f.down_bytes = number_in(v, 0);
+        if (strcmp(key, "down_rate") == 0) f.down_rate = number_in(v, 0);
+        break;
+      case 'i':
+        if (strcmp(key, "id") == 0) f.id = number_in(v, 0);
+        if (strcmp(key, "ip") == 0) take_text(v, &f.ip);
+        if (strcmp(key, "ipv6") == 0) take_text(v, &f.ipv6);
+        break;
+      case 'm':
+        if (strcmp(key, "mac") == 0) take_text(v, &f.mac);
+        if (strcmp(key, "model") == 0) take_text(v, &f.model);
+        break;
+      case 'n':
+        if (strcmp(key, "name") == 0) take_text(v, &f.name);
+        break;
+      case 'o':
+        if (strcmp(key, "online") == 0) f.online = flag_in(v);
+        if (strcmp(key, "online_time") == 0) f.online_time = number_in(v, 0);
+        break;
+      case 's':
+        if (strcmp(key, "system") == 0) take_text(v, &f.system);
+        break;
+      case 't':
+        if (strcmp(key, "type") == 0) take_text(v, &f.type);
+        break;
+      case 'u':
+        if (strcmp(key, "up_bytes") == 0) f.up_bytes = number_in(v, 0);
+        if (strcmp(key, "up_rate") == 0) f.up_rate = number_in(v, 0);
+        break;
+      default:
+        break;
+    }
+  }
+  return f;
+}
+
+uint64_t advanced(json_int_t counter, json_int_t rate_bits, int64_t seconds) {
+  uint64_t grown = static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
+  return static_cast<uint64_t>(counter) + grown;
+}
+
+void fill_from(const HostFacts& f, ZoVelLanHost* r) {
+  int64_t seconds = f.online ? elapsed() : 0;
+  snprintf(r->path, sizeof r->path, "%s%lld", kLanHostPathPrefix, static_cast<long long>(f.id));
+  put_text(r->mac, f.mac);
+  put_text(r->name, f.name);
+  r->internet_access = static_cast<uint8_t>(f.access);
+  put_text(r->dev_type, f.type);
+  put_text(r->ipv4, f.ip);
+  r->connection_type = static_cast<uint8_t>(f.connection);
+  put_text(r->brand, f.brand);
+  put_text(r->model, f.model);
+  put_text(r->system, f.system);
+  r->online = f.online ? 1 : 0;
+  r->online_time = static_cast<uint32_t>(f.online_time + seconds);
+  r->down_bytes = advanced(f.down_bytes, f.down_rate, seconds);
+  r->up_bytes = advanced(f.up_bytes, f.up_rate, seconds);
+}
+
+}  // namespace
+
+void fill_lan_host(json_t* host, ZoVelLanHost* r) { fill_from(facts_of(host), r); }
+
 void fill_lan_host_ext(json_t* host, ZoVelLanHostExt* r) {
-  fill_lan_host(host, &r->base);
-  put_text(r->ipv6, text_of(host, "ipv6"));
+  HostFacts f = facts_of(host);
+  fill_from(f, &r->base);
+  put_text(r->ipv6, f.ipv6);
 }
 
 }  // namespace velsim

@@ -17,6 +17,8 @@ function M.reset(at)
   sim.use_state_file("")
   sim.reset()
   sim.pin_clock(at or 1700000000)
+  -- loaded again once the clock is pinned, so the running figures start at that moment
+  sim.load_model(sim.default_model())
   sim.clear_journal()
   sim.clear_logs()
 end

@@ -1,0 +1,143 @@
+// Simulated PPPoE configuration, USB device list, WLAN device list, LOID check and
+// the status properties ("PPPOEDuration", "DualBand", "DevType2" and the
+// "NetworkAccessSign" marks).
+#include <stdio.h>
+#include <string.h>
+
+#include <vector>
+
+#include "platform/zovel.h"
+#include "sim/dbus.h"
+#include "sim/sim.h"
+
+using velsim::array_at;
+using velsim::int_of;
+using velsim::object_at;
+using velsim::operation;
+using velsim::put_text;
+using velsim::text_of;
+
+namespace velsim {
+namespace {
+
+constexpr const char* kUsbPathPrefix = "/com/zom/igd1/Info/USBDevice/Inst/";
+constexpr const char* kWlanPathPrefix = "/com/zom/igd1/Config/WLAN/Devices/";
+
+std::vector<json_t*> objects_of(const char* key) {
+  std::vector<json_t*> items;
+  size_t i;
+  json_t* item;
+  json_array_foreach(array_at(key), i, item) {
+    if (json_is_object(item)) items.push_back(item);
+  }
+  return items;
+}
+
+// Seconds the WAN has been up, running with the clock while it is connected.
+uint32_t wan_duration() {
+  json_t* wan = object_at("wan");
+  bool up = g_ascii_strcasecmp(text_of(wan, "ipv4_status"), "connected") == 0 ||
+            g_ascii_strcasecmp(text_of(wan, "ipv6_status"), "connected") == 0;
+  return up ? static_cast<uint32_t>(int_of(wan, "uptime") + elapsed()) : 0;
+}
+
+GVariant* access_sign(const char* key) {
+  json_t* sign = json_object_get(object_at("device"), "access_sign");
+  if (!json_is_object(sign)) return nullptr;
+  if (strcmp(key, "MarkType") == 0) return g_variant_new_byte(static_cast<uint8_t>(int_of(sign, key)));
+  return g_variant_new_string(text_of(sign, key));
+}
+
+const PropertyTable kStatusProperties{
+    {"com.zom.igd1", "/com/zom/igd1/Info/Network", "com.zom.igd1.NetworkInfo", "PPPOEDuration",
+     [](const char*) { return g_variant_new_uint32(wan_duration()); }, nullptr},
+    {"com.zom.igd1", "/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand",
+     [](const char*) { return g_variant_new_boolean(flag_of(object_at("wifi"), "dual_band")); }, nullptr},
+    {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo", "DevType2",
+     [](const char*) { return g_variant_new_string(text_of(object_at("device"), "dev_type2")); }, nullptr},
+    {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.NetworkAccessSign", "MarkType",
+     [](const char*) { return access_sign("MarkType"); }, nullptr},
+    {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.NetworkAccessSign", "DeviceModel",
+     [](const char*) { return access_sign("DeviceModel"); }, nullptr},
+    {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.NetworkAccessSign", "NASN",
+     [](const char*) { return access_sign("NASN"); }, nullptr},
+};
+
+void fill_usb(json_t* usb, ZoVelUsbDevice* r) {
+  snprintf(r->identity.id, sizeof r->identity.id, "%s%lld", kUsbPathPrefix,
+           static_cast<long long>(int_of(usb, "id")));
+  r->device_class = static_cast<uint16_t>(int_of(usb, "class"));
+  put_text(r->name, text_of(usb, "name"));
+  put_text(r->mount_path, text_of(usb, "mount_path"));
+  r->total_size = static_cast<uint64_t>(int_of(usb, "total_size"));
+  r->used_size = static_cast<uint64_t>(int_of(usb, "used_size"));
+  put_text(r->label, text_of(usb, "label"));
+}
+
+void fill_wlan(json_t* wlan, ZoVelWlanDevice* r) {
+  snprintf(r->path, sizeof r->path, "%s%lld", kWlanPathPrefix, static_cast<long long>(int_of(wlan, "id")));
+  put_text(r->ssid, text_of(wlan, "ssid"));
+  r->enable = static_cast<uint32_t>(int_of(wlan, "enable"));
+  put_text(r->beacon_type, text_of(wlan, "beacon_type"));
+  put_text(r->standard, text_of(wlan, "standard"));
+  put_text(r->wep_level, text_of(wlan, "wep_level"));
+  put_text(r->basic_auth, text_of(wlan, "basic_auth"));
+  put_text(r->wpa_encryption, text_of(wlan, "wpa_encryption"));
+  r->tx_power = static_cast<uint32_t>(int_of(wlan, "tx_power"));
+  r->high_power_class = static_cast<uint32_t>(int_of(wlan, "high_power_class"));
+  put_text(r->passphrase, text_of(wlan, "passphrase"));
+  put_text(r->band_label, text_of(wlan, "band_label"));
+}
+
+template <class Record, class Count>
+int32_t list_of(const char* key, Record** out, Count* count, void (*fill)(json_t*, Record*)) {
+  if (out == nullptr || count == nullptr) return -1;
+  std::vector<json_t*> items = objects_of(key);
+  Record* records = new_records<Record>(items.size());
+  for (size_t i = 0; i < items.size(); ++i) fill(items[i], &records[i]);
+  *out = records;
+  *count = static_cast<Count>(items.size());
+  return 0;
+}
+
+}  // namespace
+}  // namespace velsim
+
+extern "C" int32_t ZoVelGetPPPoEConfig(ZoVelPPPoEConfig* config) {
+  return operation("ZoVelGetPPPoEConfig", nullptr, [&] {
+    if (config == nullptr) return -1;
+    put_text(config->account, text_of(object_at("wan"), "pppoe_account"));
+    return 0;
+  });
+}
+
+extern "C" int32_t ZoVel_GetUSBDeviceObjs(ZoVelUsbDevice** devices, int32_t* count) {
+  return operation("ZoVel_GetUSBDeviceObjs", nullptr,
+                   [&] { return velsim::list_of("usb", devices, count, velsim::fill_usb); });
+}
+
+extern "C" int32_t ZoVelGetWLANDeviceObjs(ZoVelWlanDevice** devices, uint32_t* count) {
+  return operation("ZoVelGetWLANDeviceObjs", nullptr,
+                   [&] { return velsim::list_of("wlan", devices, count, velsim::fill_wlan); });
+}
+
+extern "C" int32_t ZoVelSysCmdCheckLOID(int32_t* status, char** text) {
+  json_t* args = json_pack("{s:b}", "with_text", text != nullptr);
+  return operation("ZoVelSysCmdCheckLOID", args, [&] {
+    if (status == nullptr) return -1;
+    json_t* loid = object_at("loid");
+    *status = static_cast<int32_t>(int_of(loid, "status"));
+    if (text != nullptr) {
+      // A null "services" answers no text at all. Like the library, an empty answer
+      // is its own constant, not an allocation: callers release only non-empty texts.
+      static char empty[1] = "";
+      const char* services = json_string_value(json_object_get(loid, "services"));
+      if (services == nullptr) {
+        *text = json_is_null(json_object_get(loid, "services")) ? nullptr : empty;
+      } else {
+        *text = services[0] != '\0' ? g_strdup(services) : empty;
+      }
+    }
+    return 0;
+  });
+}

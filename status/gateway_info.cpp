@@ -1,0 +1,164 @@
+// "gwInfo", "gwIPs" and "devType": the gateway's identity, addresses and
+// access-network marks, read from platform records and D-Bus properties.
+#include <string.h>
+
+#include "module/result.h"
+#include "platform/holders.h"
+#include "platform/text.h"
+#include "platform/zovel.h"
+#include "status/status.h"
+
+namespace velconfig {
+namespace {
+
+constexpr const char* kService = "com.zom.igd1";
+constexpr const char* kDevicePath = "/com/zom/igd1/Info/Device";
+constexpr size_t kTextRoom = 64;     // at most 63 characters kept
+constexpr size_t kAddressRoom = 63;  // at most 62 characters kept
+
+// The access-network marks of the "com.zom.igd1.NetworkAccessSign" interface.
+struct AccessSign {
+  char path[256];
+  uint8_t mark_type;
+  char device_model[kTextRoom];
+  char nasn[kTextRoom];
+};
+
+// A property value of the given type, or null (and nothing to release) otherwise.
+OwnedVariant read_property(const char* path, const char* interface, const char* name,
+                           const GVariantType* type) {
+  GVariant* raw = nullptr;
+  int32_t rc = ZoVelDBusGetProperty(kService, path, interface, name, &raw);
+  OwnedVariant value(raw);
+  if (rc != 0 || value == nullptr || !g_variant_is_of_type(value.get(), type)) return nullptr;
+  return value;
+}
+
+void read_access_sign(AccessSign* sign) {
+  memset(sign, 0, sizeof *sign);
+  GVariant* raw = nullptr;
+  int32_t rc = ZoVelDBusGetAllProperty(kService, kDevicePath, "com.zom.igd1.NetworkAccessSign", &raw);
+  OwnedVariant all(raw);
+  if (rc != 0 || all == nullptr || !g_variant_is_of_type(all.get(), G_VARIANT_TYPE("a{sv}"))) return;
+  copy_text(sign->path, kDevicePath);
+  GVariantIter iter;
+  g_variant_iter_init(&iter, all.get());
+  const char* name = nullptr;
+  GVariant* item = nullptr;
+  while (g_variant_iter_next(&iter, "{&sv}", &name, &item)) {
+    OwnedVariant value(item);
+    if (strcmp(name, "MarkType") == 0 && g_variant_is_of_type(item, G_VARIANT_TYPE_BYTE)) {
+      sign->mark_type = g_variant_get_byte(item);
+    } else if (strcmp(name, "DeviceModel") == 0 && g_variant_is_of_type(item, G_VARIANT_TYPE_STRING)) {
+      copy_text(sign->device_model, g_variant_get_string(item, nullptr));
+    } else if (strcmp(name, "NASN") == 0 && g_variant_is_of_type(item, G_VARIANT_TYPE_STRING)) {
+      copy_text(sign->nasn, g_variant_get_string(item, nullptr));
+    }
+  }
+}
+
+// The first SSIDs of the two radios ("2.4G-1", and "5G-1" on a dual-band gateway),
+// when enabled; a later record overrides an earlier one.
+void wifi_names(lua_State* L) {
+  bool dual_band = false;
+  OwnedVariant band =
+      read_property("/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand", G_VARIANT_TYPE_BOOLEAN);
+  if (band != nullptr) dual_band = g_variant_get_boolean(band.get()) != FALSE;
+  band.reset();
+
+  char ssid_2g[kTextRoom] = {};
+  char ssid_5g[kTextRoom] = {};
+  {
+    PlatformList<ZoVelWlanDevice, uint32_t> wlans;
+    ZoVelGetWLANDeviceObjs(wlans.items(), wlans.count());
+    for (const ZoVelWlanDevice& wlan : wlans) {
+      if (wlan.enable == 0) continue;
+      std::string_view label = field_text(wlan.band_label);
+      if (label == "2.4G-1") {
+        copy_text(ssid_2g, field_text(wlan.ssid));
+      } else if (dual_band && label == "5G-1") {
+        copy_text(ssid_5g, field_text(wlan.ssid));
+      }
+    }
+  }
+  set_text(L, "ssid2g", ssid_2g);
+  set_text(L, "ssid5g", ssid_5g);
+  set_bool(L, "wifiOnOff", ssid_2g[0] != '\0' || ssid_5g[0] != '\0');
+}
+
+// The address without its "/prefix" length, at most 62 characters.
+std::string_view without_prefix(std::string_view address) {
+  address = address.substr(0, address.find('/'));
+  return address.substr(0, kAddressRoom - 1);
+}
+
+}  // namespace
+
+void get_gw_info(lua_State* L, bool all) {
+  char dev_type[kTextRoom] = {};
+  int32_t has_wifi = 1;  // kept when the platform leaves the flag alone
+  lua_newtable(L);
+  ZoVelSupportWiFi(&has_wifi);
+  if (all) {
+    if (has_wifi != 0) wifi_names(L);
+    ZoVelPPPoEConfig pppoe;
+    memset(&pppoe, 0, sizeof pppoe);
+    ZoVelGetPPPoEConfig(&pppoe);
+    set_text(L, "wanAcnt", field_text(pppoe.account));
+  }
+
+  {
+    OwnedVariant type =
+        read_property(kDevicePath, "com.zom.igd1.DeviceInfo", "DevType2", G_VARIANT_TYPE_STRING);
+    if (type != nullptr) copy_text(dev_type, g_variant_get_string(type.get(), nullptr));
+  }
+  set_text(L, "DevType", dev_type);
+
+  ZoVelDeviceInfo info;
+  memset(&info, 0, sizeof info);
+  ZoVelGetDeviceInfo(&info);
+  set_text(L, "ProductCls", field_text(info.product_class));
+  set_text(L, "ProductSN", field_text(info.serial));
+  set_text(L, "MAC", field_text(info.mac));
+  set_text(L, "SWVer", field_text(info.sw_version));
+  set_text(L, "Vendor", field_text(info.vendor));
+
+  ZoVelNetworkInfo net;
+  memset(&net, 0, sizeof net);
+  ZoVelGetNetworkInfo(&net);
+  set_text(L, "LANIP", field_text(net.lan_ipv4));
+  set_text(L, "LANIPv6", field_text(net.lan_ipv6));
+  std::string_view wan_v4 = field_text(net.wan_ipv4);
+  std::string_view wan_v6 = field_text(net.wan_ipv6);
+  bool v4_up = equals_ignoring_case(field_text(net.ipv4_status), "connected") && !wan_v4.empty();
+  bool v6_up = equals_ignoring_case(field_text(net.ipv6_status), "connected") && !wan_v6.empty();
+  set_text(L, "WANIP", v4_up ? wan_v4 : "0.0.0.0");
+  set_text(L, "WANIPv6", v6_up ? wan_v6 : "::");
+
+  AccessSign sign;
+  read_access_sign(&sign);
+  set_number(L, "MarkType", sign.mark_type);
+  set_text(L, "DeviceModel", sign.device_model);
+  set_text(L, "NASN", sign.nasn);
+}
+
+void get_gw_ips(lua_State* L, const GetArgs&) {
+  ZoVelNetworkInfo net;
+  memset(&net, 0, sizeof net);
+  ZoVelGetNetworkInfo(&net);
+  lua_newtable(L);
+  set_text(L, "LANIP", field_text(net.lan_ipv4));
+  set_text(L, "WANIP", field_text(net.wan_ipv4));
+  std::string_view lan_v6 = field_text(net.lan_ipv6);
+  set_text(L, "LAN6IP", lan_v6.empty() ? "fe80::1" : without_prefix(lan_v6));
+  set_text(L, "WAN6IP", without_prefix(field_text(net.wan_ipv6)));
+}
+
+void get_dev_type(lua_State* L, const GetArgs&) {
+  ZoVelDeviceInfo info;
+  memset(&info, 0, sizeof info);
+  ZoVelGetDeviceInfo(&info);
+  lua_pushnumber(L, decimal_value(field_text(info.dev_type)));
+}
+
+}  // namespace velconfig

@@ -1,0 +1,68 @@
+// The LAN host rate file /tmp/lanhostsrate and the speed computation built on it,
+// shared by the host list and the overview (internal to status/).
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <string_view>
+
+#include "platform/records.h"
+
+namespace velconfig {
+
+// The file is read up to this many lines and a table holds this many records.
+constexpr size_t kRateTableRoom = 254;
+// What find_host_rate answers for a MAC the table does not hold.
+constexpr int kRateNotFound = 255;
+// A baseline older than this many seconds is thrown away.
+constexpr int32_t kRateMaxInterval = 30;
+
+struct HostRate {
+  char mac[24];  // at most 23 characters
+  uint64_t down_bytes;
+  uint64_t up_bytes;
+  int64_t stamp;  // seconds since the epoch of the call that stored it
+};
+
+// Records up to the first one with an empty MAC are meaningful. load_host_rates also
+// builds an index over them, so that a lookup does not walk the table per device.
+struct HostRateTable {
+  static constexpr size_t kIndexSlots = 512;
+  HostRate records[kRateTableRoom];
+  uint16_t index[kIndexSlots];  // record index + 1; 0 is an empty slot
+};
+
+// Fills a cleared table from the file; true when at least one line was read.
+bool load_host_rates(HostRateTable* table);
+// In a table filled by load_host_rates: the index 0-253 of the first record before
+// the first empty MAC whose MAC equals mac ignoring letter case, or kRateNotFound.
+int find_host_rate(std::string_view mac, const HostRateTable& table);
+// Replaces the file by the first count records (at most kRateTableRoom).
+void store_host_rates(const HostRateTable& table, size_t count);
+
+struct HostSpeed {
+  int32_t up;  // bits per second, the low 32 bits of the exact figure
+  int32_t down;
+};
+
+// One query's pass over the platform's device list: start() before the loop,
+// speed_of() for each device the query lists, in list order, finish() after it.
+// Trivially destructible, so it may live on the stack while Lua values are pushed.
+class HostSpeedComputation {
+ public:
+  void start();
+  HostSpeed speed_of(const ZoVelLanHost& host);
+  // Stores the listed devices' counters as the next baseline (when any were listed).
+  void finish();
+
+ private:
+  int64_t now_ = 0;
+  int32_t interval_ = 0;
+  bool valid_ = false;
+  size_t listed_ = 0;
+  HostRateTable previous_;
+  HostRateTable current_;
+};
+
+}  // namespace velconfig

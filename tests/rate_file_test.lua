@@ -1,0 +1,139 @@
+-- The LAN host rate file behind the speeds of "hostsInfo" and "allInfo".
+local h = require "helpers"
+local v = h.velconfig
+
+local T0 = 1700000000
+local RATES = "/tmp/lanhostsrate"
+
+local function host(id, extra)
+  local t = { id = id, mac = string.format("%012X", id), access = 2, connection = 0, online = true,
+              down_bytes = 0, up_bytes = 0, down_rate = 0, up_rate = 0 }
+  for k, x in pairs(extra or {}) do t[k] = x end
+  return t
+end
+
+local function with_hosts(hosts) h.edit_model(function(m) m.hosts = hosts end) end
+local function line(mac, down, up, stamp) return string.format("%23s %d %d %d\n", mac, down, up, stamp) end
+local function speeds(filter)
+  local r, out = v:get("hostsInfo", filter or "7"), {}
+  for i = 1, r.count do out[i] = { r["dev" .. i].upSpeed, r["dev" .. i].downSpeed } end
+  return out
+end
+
+describe("rate file baseline", function()
+  before_each(function()
+    h.reset(T0)
+    os.remove(h.file(RATES))
+  end)
+
+  it("gives 0 without a file and then stores every listed device's counters and now", function()
+    with_hosts({ host(1, { down_bytes = 1000, up_bytes = 2000 }), host(2, { mac = "ab", access = 0 }), host(3) })
+    assert.are.same({ { 0, 0 }, { 0, 0 } }, speeds())
+    assert.are.equal(line("000000000001", 1000, 2000, T0) .. line("000000000003", 0, 0, T0), h.read_file(RATES))
+    assert.are.equal("           000000000001", h.read_file(RATES):sub(1, 23))
+  end)
+
+  it("matches the model's rates over 10 seconds for every default host", function()
+    v:get("hostsInfo", "7")
+    h.sim.advance_clock(10)
+    local r = v:get("hostsInfo", "7")
+    for i = 1, r.count do
+      for _, hm in ipairs(h.model().hosts) do
+        if hm.mac == r["dev" .. i].mac then
+          assert.are.same({ hm.up_rate, hm.down_rate }, { r["dev" .. i].upSpeed, r["dev" .. i].downSpeed })
+        end
+      end
+    end
+    assert.are.equal(6, r.count)
+  end)
+
+  it("computes from stored counters: 1000/2000 to 11000/2500 in 10 s is 8000 down, 400 up", function()
+    with_hosts({ host(1, { down_bytes = 11000, up_bytes = 2500 }) })
+    h.write_file(RATES, line("000000000001", 1000, 2000, T0 - 10))
+    assert.are.same({ { 400, 8000 } }, speeds())
+  end)
+
+  local cases = {
+    { "30 s old: used over 30 s", 30, { { 24, 16 } } },
+    { "31 s old: thrown away", 31, { { 0, 0 } } },
+    { "written in the same second", 0, { { 0, 0 } } },
+    { "stamped in the future", -5, { { 0, 0 } } },
+  }
+  for _, c in ipairs(cases) do
+    it("a baseline " .. c[1], function()
+      with_hosts({ host(1, { down_bytes = 60, up_bytes = 90 }) })
+      h.write_file(RATES, line("000000000001", 0, 0, T0 - c[2]))
+      assert.are.same(c[3], speeds())
+      assert.are.equal(line("000000000001", 60, 90, T0), h.read_file(RATES))
+    end)
+  end
+
+  it("deletes a stale file even when no device is listed", function()
+    with_hosts({ host(1, { connection = 1 }) })
+    h.write_file(RATES, line("000000000001", 0, 0, T0 - 31))
+    assert.are.equal(0, v:get("hostsInfo", "0").count)
+    assert.is_nil(h.read_file(RATES))
+  end)
+
+  it("gives 0 to both speeds when either counter went down", function()
+    with_hosts({ host(1, { down_bytes = 5000, up_bytes = 10 }), host(2, { down_bytes = 10, up_bytes = 5000 }) })
+    h.write_file(RATES, line("000000000001", 1000, 20, T0 - 10) .. line("000000000002", 20, 1000, T0 - 10))
+    assert.are.same({ { 0, 0 }, { 0, 0 } }, speeds())
+  end)
+
+  it("finds a MAC stored in another letter case, but nothing after a blank line", function()
+    with_hosts({ host(1, { mac = "AABBCCDDEE01", up_bytes = 80 }), host(2, { mac = "AABBCCDDEE02", up_bytes = 80 }) })
+    h.write_file(RATES, line("aabbccddee01", 0, 0, T0 - 10) .. "\n" .. line("AABBCCDDEE02", 0, 0, T0 - 10))
+    assert.are.same({ { 64, 0 }, { 0, 0 } }, speeds())
+  end)
+
+  it("reads a long line in 127-character pieces, each taking a record", function()
+    with_hosts({ host(1, { up_bytes = 80 }) })
+    h.write_file(RATES, line("FFFFFFFFFFFF", 0, 0, T0 - 10) .. string.rep("x", 127) .. line("000000000001", 0, 0, T0 - 10))
+    assert.are.same({ { 64, 0 } }, speeds())
+  end)
+
+  it("lists more than 254 devices but remembers only the first 254", function()
+    local hosts = {}
+    for i = 1, 300 do hosts[i] = host(i, { up_rate = 800 }) end
+    with_hosts(hosts)
+    assert.are.equal(300, #speeds())
+    local _, lines = h.read_file(RATES):gsub("\n", "")
+    assert.are.equal(254, lines)
+    h.sim.advance_clock(10)
+    local s = speeds()
+    assert.are.same({ { 800, 0 }, { 0, 0 }, { 0, 0 } }, { s[254], s[255], s[300] })
+  end)
+
+  local junk = {
+    binary = (function() local b = {} for i = 0, 255 do b[#b + 1] = string.char(i) end return table.concat(b):rep(200) end)(),
+    ["over-long"] = string.rep("A", 5000) .. " 1 2 3\n",
+    ["someone else's"] = "root:x:0:0:root:/root:/bin/bash\ndaemon:x:1:1::/usr/sbin:/usr/sbin/nologin\n",
+    ["huge numbers"] = line("000000000001", 0, 0, T0 - 10):gsub(" 0 0 ", " 99999999999999999999999 -99999999999999999999999 "),
+  }
+  for name, text in pairs(junk) do
+    it("gives 0 for a " .. name .. " file and replaces it with a good one", function()
+      with_hosts({ host(1, { down_bytes = 7, up_bytes = 9 }) })
+      h.write_file(RATES, text)
+      assert.are.same({ { 0, 0 } }, speeds())
+      assert.are.equal(line("000000000001", 7, 9, T0), h.read_file(RATES))
+    end)
+  end
+
+  it("does not wait on a FIFO in its place and leaves no temporary files", function()
+    with_hosts({ host(1) })
+    os.execute("mkfifo " .. h.file(RATES))
+    assert.are.same({ { 0, 0 } }, speeds())
+    assert.are.equal(line("000000000001", 0, 0, T0), h.read_file(RATES))
+    local ls = io.popen("ls " .. h.file("/tmp")):read("*a")
+    assert.is_nil(ls:find("lanhostsrate%."))
+  end)
+
+  it("is shared with allInfo: a call of one sets the other's baseline", function()
+    with_hosts({ host(1, { up_rate = 800 }) })
+    v:get("allInfo")
+    assert.are.same({ { 0, 0 } }, speeds())
+    h.sim.advance_clock(10)
+    assert.are.equal(800, v:get("allInfo").pc1.upSpeed)
+  end)
+end)

@@ -48,8 +48,9 @@ format-check:
 	@command -v clang-format >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq clang-format; }
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
-bench: build
-	bench/run.sh $(BUILD)
+bench: setup
+	@command -v valgrind >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq valgrind; }
+	bench/run.sh
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) build-gw build-capi3

@@ -69,4 +69,20 @@ describe("blackHosts", function()
     assert.are.equal(0, v:set("rmBlackHost", { mac = DESKTOP }))
     assert.are.same({ 2, 1 }, { h.model().hosts[1].access, v:get("blackHosts").count })
   end)
+
+  it("a black-listed host leaves the LAN host list and the overview until it is removed", function()
+    local function listed()
+      local hosts, overview, found = v:get("hostsInfo", "0"), v:get("allInfo"), {}
+      for i = 1, hosts.count do found[#found + 1] = hosts["dev" .. i].mac end
+      return found, overview.wcount
+    end
+    local before, wired = listed()
+    assert.are.equal(DESKTOP, before[1])
+    v:set("hostSettings", { type = "black", mac = DESKTOP })
+    local during, wired_during = listed()
+    assert.are.same({ #before - 1, wired - 1 }, { #during, wired_during })
+    assert.are_not.equal(DESKTOP, during[1])
+    v:set("rmBlackHost", { mac = DESKTOP })
+    assert.are.same(before, (listed()))
+  end)
 end)

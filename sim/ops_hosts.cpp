@@ -21,28 +21,15 @@ using velsim::text_of;
 namespace velsim {
 namespace {
 
-std::vector<json_t*> all_hosts() {
-  std::vector<json_t*> hosts;
-  size_t i;
-  json_t* host;
-  json_array_foreach(array_at("hosts"), i, host) {
-    if (json_is_object(host)) hosts.push_back(host);
-  }
-  return hosts;
-}
+std::vector<json_t*> all_hosts() { return objects_in("hosts"); }
 
 template <class Record, class Fill>
 int32_t list_hosts(Record** out, int32_t* count, bool (*keep)(json_t*), Fill fill) {
-  if (out == nullptr || count == nullptr) return -1;
   std::vector<json_t*> hosts;
   for (json_t* h : all_hosts()) {
     if (keep == nullptr || keep(h)) hosts.push_back(h);
   }
-  Record* records = new_records<Record>(hosts.size());
-  for (size_t i = 0; i < hosts.size(); ++i) fill(hosts[i], &records[i]);
-  *out = records;
-  *count = static_cast<int32_t>(hosts.size());
-  return 0;
+  return list_records(hosts, out, count, fill);
 }
 
 GVariant* get_access(const char* path) {

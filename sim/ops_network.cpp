@@ -92,20 +92,7 @@ json_int_t next_id(json_t* entries) {
 
 template <class Record, class Fill>
 int32_t list_entries(const char* key, Record** out, int32_t* count, Fill fill) {
-  if (out == nullptr || count == nullptr) return -1;
-  json_t* entries = array_at(key);
-  size_t n = 0;
-  size_t i;
-  json_t* entry;
-  json_array_foreach(entries, i, entry) n += json_is_object(entry) ? 1 : 0;
-  Record* records = new_records<Record>(n);
-  size_t k = 0;
-  json_array_foreach(entries, i, entry) {
-    if (json_is_object(entry)) fill(entry, &records[k++]);
-  }
-  *out = records;
-  *count = static_cast<int32_t>(n);
-  return 0;
+  return list_records(objects_in(key), out, count, fill);
 }
 
 // Bounded copy of a path block, for paths that fill all 256 bytes.

@@ -23,16 +23,6 @@ namespace {
 constexpr const char* kUsbPathPrefix = "/com/zom/igd1/Info/USBDevice/Inst/";
 constexpr const char* kWlanPathPrefix = "/com/zom/igd1/Config/WLAN/Devices/";
 
-std::vector<json_t*> objects_of(const char* key) {
-  std::vector<json_t*> items;
-  size_t i;
-  json_t* item;
-  json_array_foreach(array_at(key), i, item) {
-    if (json_is_object(item)) items.push_back(item);
-  }
-  return items;
-}
-
 // Seconds the WAN has been up, running with the clock while it is connected.
 uint32_t wan_duration() {
   json_t* wan = object_at("wan");
@@ -91,13 +81,7 @@ void fill_wlan(json_t* wlan, ZoVelWlanDevice* r) {
 
 template <class Record, class Count>
 int32_t list_of(const char* key, Record** out, Count* count, void (*fill)(json_t*, Record*)) {
-  if (out == nullptr || count == nullptr) return -1;
-  std::vector<json_t*> items = objects_of(key);
-  Record* records = new_records<Record>(items.size());
-  for (size_t i = 0; i < items.size(); ++i) fill(items[i], &records[i]);
-  *out = records;
-  *count = static_cast<Count>(items.size());
-  return 0;
+  return list_records(objects_in(key), out, count, fill);
 }
 
 }  // namespace

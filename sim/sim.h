@@ -7,6 +7,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 namespace velsim {
 
@@ -66,6 +67,21 @@ void put_text(char (&field)[N], const char* text) {
 template <class T>
 T* new_records(size_t n) {
   return n > 0 ? static_cast<T*>(g_malloc0_n(n, sizeof(T))) : nullptr;
+}
+
+// The object entries of the model's top-level array key, in order.
+std::vector<json_t*> objects_in(const char* key);
+
+// Answers a listing operation with items as records, in an array the caller
+// releases with g_free.
+template <class Record, class Count, class Fill>
+int32_t list_records(const std::vector<json_t*>& items, Record** out, Count* count, Fill fill) {
+  if (out == nullptr || count == nullptr) return -1;
+  Record* records = new_records<Record>(items.size());
+  for (size_t i = 0; i < items.size(); ++i) fill(items[i], &records[i]);
+  *out = records;
+  *count = static_cast<Count>(items.size());
+  return 0;
 }
 
 // Runs an operation: journals it, answers an injected fault, and keeps exceptions

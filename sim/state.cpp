@@ -246,6 +246,16 @@ json_t* object_at(const char* key) {
   return v;
 }
 
+std::vector<json_t*> objects_in(const char* key) {
+  std::vector<json_t*> items;
+  size_t i;
+  json_t* item;
+  json_array_foreach(array_at(key), i, item) {
+    if (json_is_object(item)) items.push_back(item);
+  }
+  return items;
+}
+
 json_t* array_at(const char* key) {
   json_t* m = model();
   json_t* v = json_object_get(m, key);

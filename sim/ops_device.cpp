@@ -16,8 +16,6 @@ using velsim::text_of;
 namespace velsim {
 namespace {
 
-bool is_connected(const char* status) { return g_ascii_strcasecmp(status, "connected") == 0; }
-
 int64_t system_uptime() { return int_of(object_at("device"), "uptime") + elapsed(); }
 
 GVariant* device_text(const char* key) { return g_variant_new_string(text_of(object_at("device"), key)); }
@@ -94,8 +92,7 @@ extern "C" int32_t ZoVelGetNetworkInfo(ZoVelNetworkInfo* info) {
     json_t* wan = object_at("wan");
     const char* v4 = text_of(wan, "ipv4_status");
     const char* v6 = text_of(wan, "ipv6_status");
-    bool up = velsim::is_connected(v4) || velsim::is_connected(v6);
-    info->wan_up_time = up ? static_cast<uint32_t>(int_of(wan, "uptime") + velsim::elapsed()) : 0;
+    info->wan_up_time = velsim::wan_up_time();
     put_text(info->ipv4_status, v4);
     put_text(info->ipv6_status, v6);
     put_text(info->lan_ipv4, text_of(object_at("dhcp"), "ip"));

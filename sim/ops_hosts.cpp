@@ -143,11 +143,6 @@ HostFacts facts_of(json_t* host) {
   return f;
 }
 
-uint64_t advanced(json_int_t counter, json_int_t rate_bits, int64_t seconds) {
-  uint64_t grown = static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
-  return static_cast<uint64_t>(counter) + grown;
-}
-
 void fill_from(const HostFacts& f, ZoVelLanHost* r) {
   int64_t seconds = f.online ? elapsed() : 0;
   snprintf(r->path, sizeof r->path, "%s%lld", kLanHostPathPrefix, static_cast<long long>(f.id));
@@ -162,8 +157,8 @@ void fill_from(const HostFacts& f, ZoVelLanHost* r) {
   put_text(r->system, f.system);
   r->online = f.online ? 1 : 0;
   r->online_time = static_cast<uint32_t>(f.online_time + seconds);
-  r->down_bytes = advanced(f.down_bytes, f.down_rate, seconds);
-  r->up_bytes = advanced(f.up_bytes, f.up_rate, seconds);
+  r->down_bytes = counter_after(f.down_bytes, f.down_rate, seconds);
+  r->up_bytes = counter_after(f.up_bytes, f.up_rate, seconds);
 }
 
 }  // namespace

@@ -23,14 +23,6 @@ namespace {
 constexpr const char* kUsbPathPrefix = "/com/zom/igd1/Info/USBDevice/Inst/";
 constexpr const char* kWlanPathPrefix = "/com/zom/igd1/Config/WLAN/Devices/";
 
-// Seconds the WAN has been up, running with the clock while it is connected.
-uint32_t wan_duration() {
-  json_t* wan = object_at("wan");
-  bool up = g_ascii_strcasecmp(text_of(wan, "ipv4_status"), "connected") == 0 ||
-            g_ascii_strcasecmp(text_of(wan, "ipv6_status"), "connected") == 0;
-  return up ? static_cast<uint32_t>(int_of(wan, "uptime") + elapsed()) : 0;
-}
-
 GVariant* access_sign(const char* key) {
   json_t* sign = json_object_get(object_at("device"), "access_sign");
   if (!json_is_object(sign)) return nullptr;
@@ -40,7 +32,7 @@ GVariant* access_sign(const char* key) {
 
 const PropertyTable kStatusProperties{
     {"com.zom.igd1", "/com/zom/igd1/Info/Network", "com.zom.igd1.NetworkInfo", "PPPOEDuration",
-     [](const char*) { return g_variant_new_uint32(wan_duration()); }, nullptr},
+     [](const char*) { return g_variant_new_uint32(wan_up_time()); }, nullptr},
     {"com.zom.igd1", "/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand",
      [](const char*) { return g_variant_new_boolean(flag_of(object_at("wifi"), "dual_band")); }, nullptr},
     {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo", "DevType2",

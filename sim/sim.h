@@ -32,6 +32,15 @@ int64_t elapsed();
 // Folds the elapsed time into the figures, so that base becomes now.
 void settle_time();
 
+// Seconds the WAN has been up, running with the clock; 0 while neither of its
+// statuses is "connected".
+uint32_t wan_up_time();
+// A byte counter after seconds at rate_bits bits per second.
+inline uint64_t counter_after(json_int_t counter, json_int_t rate_bits, int64_t seconds) {
+  return static_cast<uint64_t>(counter) +
+         static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
+}
+
 // Journal: op name plus an object of arguments (stolen; may be null).
 void journal(const char* op, json_t* args);
 json_t* journal_entries();  // borrowed array

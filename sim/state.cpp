@@ -106,12 +106,6 @@ void load() {
   if (seeded && !s.state_file.empty()) save_to(s.state_file, s.model);
 }
 
-uint64_t grow(json_t* obj, const char* counter, const char* rate_bits, int64_t seconds) {
-  uint64_t value = static_cast<uint64_t>(json_integer_value(json_object_get(obj, counter)));
-  uint64_t rate = static_cast<uint64_t>(json_integer_value(json_object_get(obj, rate_bits)));
-  return value + rate * static_cast<uint64_t>(seconds) / 8;
-}
-
 }  // namespace
 
 json_t* model() {
@@ -168,24 +162,29 @@ int64_t elapsed() {
   return e > 0 ? e : 0;
 }
 
+uint32_t wan_up_time() {
+  json_t* wan = object_at("wan");
+  bool up = g_ascii_strcasecmp(text_of(wan, "ipv4_status"), "connected") == 0 ||
+            g_ascii_strcasecmp(text_of(wan, "ipv6_status"), "connected") == 0;
+  return up ? static_cast<uint32_t>(int_of(wan, "uptime") + elapsed()) : 0;
+}
+
 void settle_time() {
   int64_t e = elapsed();
-  json_t* m = model();
   json_t* device = object_at("device");
   json_object_set_new(device, "uptime", json_integer(int_of(device, "uptime") + e));
-  json_t* wan = object_at("wan");
-  json_object_set_new(wan, "uptime", json_integer(int_of(wan, "uptime") + e));
-  size_t i;
-  json_t* host;
-  json_array_foreach(array_at("hosts"), i, host) {
-    if (!json_is_object(host)) continue;
+  json_object_set_new(object_at("wan"), "uptime", json_integer(wan_up_time()));
+  for (json_t* host : objects_in("hosts")) {
+    if (!flag_of(host, "online")) continue;
     json_object_set_new(host, "online_time", json_integer(int_of(host, "online_time") + e));
-    json_object_set_new(host, "down_bytes",
-                        json_integer(static_cast<json_int_t>(grow(host, "down_bytes", "down_rate", e))));
-    json_object_set_new(host, "up_bytes",
-                        json_integer(static_cast<json_int_t>(grow(host, "up_bytes", "up_rate", e))));
+    for (const char* side : {"down", "up"}) {
+      std::string counter = std::string(side) + "_bytes";
+      std::string rate = std::string(side) + "_rate";
+      uint64_t value = counter_after(int_of(host, counter.c_str()), int_of(host, rate.c_str()), e);
+      json_object_set_new(host, counter.c_str(), json_integer(static_cast<json_int_t>(value)));
+    }
   }
-  json_object_set_new(json_object_get(m, "time"), "base", json_integer(now()));
+  json_object_set_new(json_object_get(model(), "time"), "base", json_integer(now()));
 }
 
 void journal(const char* op, json_t* args) {

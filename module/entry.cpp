@@ -1,52 +1,75 @@
-// Module entry: the open function, registration, and the two entry points' frame
-// (validation, platform log, error boundary). See module/lua_boundary.h.
+// Module entry: the open function, registration, and the frame of the two entry
+// points: validation, the platform log, and the protected handler call. See
+// module/lua_boundary.h.
 #include <stdio.h>
 #include <string.h>
 
 #include "module/dispatch.h"
 #include "module/lua_boundary.h"
+#include "platform/holders.h"
 #include "platform/zovel.h"
 
 namespace velconfig {
 
-LuaArgError::LuaArgError(Kind kind, const char* text) : kind_(kind) {
-  snprintf(text_, sizeof text_, "%s", text);
-}
+LuaArgError::LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
 
-void PendingError::capture(LuaArgError::Kind k, const char* message) {
-  pending = true;
+void PendingError::capture(Kind k, const char* message) {
   kind = k;
   snprintf(text, sizeof text, "%s", message);
-}
-
-void PendingError::capture(const LuaArgError& e) { capture(e.kind(), e.what()); }
-
-void raise_pending(lua_State* L, const PendingError& error) {
-  if (error.kind == LuaArgError::Kind::kExpectedString) luaL_argerror(L, -1, error.text);
-  lua_pushstring(L, error.text);
-  lua_error(L);
-  __builtin_unreachable();
 }
 
 namespace {
 
 constexpr int32_t kSyslogUser = 8;
 
+// One get or set call as the protected part sees it; trivially destructible.
+struct Call {
+  GetHandler get;
+  SetHandler set;
+  GetArgs args;
+  int32_t code;
+  PendingError error;
+};
+
 template <class Body>
 void run_guarded(PendingError* error, Body body) noexcept {
   try {
     body();
   } catch (const LuaArgError& e) {
-    error->capture(e);
+    error->capture(PendingError::Kind::kArgument, e.what());
   } catch (const std::exception& e) {
-    error->capture(LuaArgError::Kind::kRaised, e.what());
+    error->capture(PendingError::Kind::kOther, e.what());
   } catch (...) {
-    error->capture(LuaArgError::Kind::kRaised, "velconfig: unexpected failure");
+    error->capture(PendingError::Kind::kOther, "velconfig: unexpected failure");
   }
 }
 
-// Plain functions for the registration list; the frame itself holds no C++ object
-// with a destructor, so the raises below are safe.
+// Protected part of get: index 1 is the call; the handler pushes one value.
+int protected_get(lua_State* L) {
+  Call* call = static_cast<Call*>(lua_touserdata(L, 1));
+  run_guarded(&call->error, [&] { call->get(L, call->args); });
+  return 1;
+}
+
+// Protected part of set: index 1 is the call, the top is the input (or the key).
+int protected_set(lua_State* L) {
+  Call* call = static_cast<Call*>(lua_touserdata(L, 1));
+  run_guarded(&call->error, [&] { call->code = call->set(L); });
+  return 0;
+}
+
+// Runs the protected part with nargs values above it, then ends the call: platform
+// memory released, log closed, and a failure raised. Leaves nresults values.
+void finish_call(lua_State* L, int nargs, int nresults, const Call& call) {
+  int status = lua_pcall(L, nargs, nresults, 0);
+  call_scope::release_all();
+  ZoVelLogClose();
+  if (status != 0) lua_error(L);
+  if (call.error.kind == PendingError::Kind::kArgument) luaL_argerror(L, -1, call.error.text);
+  if (call.error.kind == PendingError::Kind::kOther) luaL_error(L, "%s", call.error.text);
+}
+
+// Plain functions for the registration list.
 int lua_get(lua_State* L) { return get_entry(L); }
 int lua_set(lua_State* L) { return set_entry(L); }
 
@@ -58,7 +81,7 @@ const luaL_Reg kModuleFunctions[] = {
 
 // Puts every module function into the table on top of the stack.
 void register_functions(lua_State* L) {
-  luaL_checkstack(L, 1, "too many upvalues");
+  if (!lua_checkstack(L, 1)) luaL_error(L, "too many upvalues");
   for (const luaL_Reg* f = kModuleFunctions; f->name != nullptr; ++f) {
     lua_pushstring(L, f->name);
     lua_pushcclosure(L, f->func, 0);
@@ -73,44 +96,52 @@ int get_entry(lua_State* L) {
   int n = lua_gettop(L);
   if (n <= 1) return luaL_error(L, "Arguments unknown");
   if (n > 4) return luaL_error(L, "Arguments more than three");
-  GetArgs args{nullptr, nullptr};
+  Call call{};
   if (n == 4) {
     if (!lua_isstring(L, 4)) return luaL_error(L, "The third argument is invalid");
-    args.a2 = lua_tostring(L, 4);
+    call.args.a2 = lua_tostring(L, 4);
   }
   if (n >= 3) {
     if (!lua_isstring(L, 3)) return luaL_error(L, "The second argument is invalid");
-    args.a1 = lua_tostring(L, 3);
+    call.args.a1 = lua_tostring(L, 3);
   }
   if (!lua_isstring(L, 2)) return luaL_error(L, "The first argument is invalid");
-  const char* key = lua_tostring(L, 2);
+  call.get = find_get_handler(lua_tostring(L, 2));
 
+  lua_pushcfunction(L, protected_get);
+  lua_pushlightuserdata(L, &call);
   ZoVelLogOpen(kSyslogUser, "velconfig");
-  PendingError error;
-  GetHandler handler = find_get_handler(key);
-  if (handler != nullptr) {
-    run_guarded(&error, [&] { handler(L, args); });
-  } else {
+  if (call.get == nullptr) {
+    // An unknown key, or one whose page is not built yet: nil.
+    lua_pop(L, 2);
+    ZoVelLogClose();
     lua_pushnil(L);
+    return 1;
   }
-  ZoVelLogClose();
-  if (error.pending) raise_pending(L, error);
+  finish_call(L, 1, 1, call);
   return 1;
 }
 
 int set_entry(lua_State* L) {
-  if (lua_gettop(L) <= 1) return luaL_error(L, "Arguments unknown");
+  int n = lua_gettop(L);
+  if (n <= 1) return luaL_error(L, "Arguments unknown");
+  Call call{};
   // A key that is neither text nor number is treated as an unknown key.
-  const char* key = lua_isstring(L, 2) ? lua_tostring(L, 2) : nullptr;
+  call.set = lua_isstring(L, 2) ? find_set_handler(lua_tostring(L, 2)) : nullptr;
 
+  lua_pushcfunction(L, protected_set);
+  lua_pushlightuserdata(L, &call);
+  lua_pushvalue(L, n);  // the input the handler reads from the top; the key when none
   ZoVelLogOpen(kSyslogUser, "velconfig");
-  PendingError error;
-  int32_t code = 1;
-  SetHandler handler = key != nullptr ? find_set_handler(key) : nullptr;
-  if (handler != nullptr) run_guarded(&error, [&] { code = handler(L); });
-  ZoVelLogClose();
-  if (error.pending) raise_pending(L, error);
-  lua_pushnumber(L, code);
+  if (call.set == nullptr) {
+    lua_pop(L, 3);
+    ZoVelLogClose();
+    lua_pushnumber(L, 1);
+    return 1;
+  }
+  call.code = 1;
+  finish_call(L, 2, 0, call);
+  lua_pushnumber(L, call.code);
   return 1;
 }
 

@@ -1,18 +1,20 @@
 // How Lua errors and C++ meet in this module. Read this before writing a handler.
 //
-// Lua 5.1 raises errors with longjmp. A longjmp that crosses a C++ frame owning an
-// object with a destructor skips that destructor (formally: undefined behaviour).
-// So:
-//  * Handlers never call a Lua function that can raise on bad input while they own
-//    such objects. Reading a table field goes through read_table_field, which runs
-//    the raising part under lua_pcall and turns a failure into a LuaArgError.
-//  * LuaArgError travels as a C++ exception to the two entry points (get and set).
-//    They catch it, let every C++ object go, close the platform log and only then
-//    raise the Lua error, with exactly the message the Lua library would have given.
+// Lua 5.1 raises errors with longjmp, and any Lua call that allocates can raise:
+// out of memory, or an error from a __gc metamethod that the allocation ran. A
+// longjmp that crosses a C++ frame owning an object with a destructor skips that
+// destructor (formally: undefined behaviour). So:
+//  * The entry points (get and set) run the handler under lua_pcall. A Lua error
+//    inside it comes back to the entry point, which releases the call's platform
+//    memory, closes the platform log and raises the same error again.
+//  * While a handler calls into Lua it owns no object with a destructor: lists are
+//    PlatformList handles whose arrays live in the call scope (platform/holders.h);
+//    OwnedVariant/OwnedText only span code that calls nothing in Lua.
+//  * An argument error found in C++ (a table field that is not text) travels as a
+//    LuaArgError exception to the handler's guard inside the protected call; the
+//    entry point raises it once everything is released, with exactly the message
+//    the Lua library gives.
 //  * No exception leaves an extern "C" function or a lua_CFunction.
-//  * The one raise we accept inside handlers is Lua's own out-of-memory error from
-//    lua_push*/lua_settable; release platform memory before building large result
-//    tables where that is natural, so even that path leaks little.
 #pragma once
 
 #include <exception>
@@ -20,33 +22,24 @@
 
 namespace velconfig {
 
-// A Lua error that a handler could not raise itself.
+// luaL_checklstring's complaint about a table field that is not text, to be raised
+// with luaL_argerror from the entry point's own frame.
 class LuaArgError : public std::exception {
  public:
-  enum class Kind {
-    kExpectedString,  // raise with luaL_argerror(L, -1, text)
-    kRaised,          // raise text as the error value
-  };
-  LuaArgError(Kind kind, const char* text);
+  explicit LuaArgError(const char* text);
   const char* what() const noexcept override { return text_; }
-  Kind kind() const { return kind_; }
 
  private:
-  Kind kind_;
-  char text_[512];
+  char text_[128];
 };
 
 // What an entry point keeps of a failed handler after the catch has ended.
 struct PendingError {
-  bool pending = false;
-  LuaArgError::Kind kind = LuaArgError::Kind::kRaised;
-  char text[512] = {};
+  enum class Kind { kNone, kArgument, kOther };
+  Kind kind = Kind::kNone;
+  char text[256] = {};
 
-  void capture(const LuaArgError& e);
-  void capture(LuaArgError::Kind kind, const char* text);
+  void capture(Kind k, const char* message);
 };
-
-// Raises the pending error. Does not return.
-[[noreturn]] void raise_pending(lua_State* L, const PendingError& error);
 
 }  // namespace velconfig

@@ -11,7 +11,8 @@ namespace velconfig {
 // shorter than capacity whole with its terminator, a longer one as exactly its first
 // capacity characters (the caller's zero-cleared buffer, one longer, terminates it),
 // and at least one character always. A number counts as its text. Any other value
-// throws LuaArgError carrying luaL_checklstring's own complaint. Stack unchanged.
+// throws LuaArgError carrying luaL_checklstring's own complaint; indexing raises
+// as lua_getfield does. Stack unchanged. Call only from within a handler.
 void read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity);
 
 // The usual call: a zero-cleared array of N characters read with capacity N - 1.

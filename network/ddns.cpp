@@ -46,7 +46,7 @@ int32_t add_entry(const DdnsRequest& req) {
 // Modify or delete the first listed entry with the request's domain; 0 when none has it.
 int32_t change_entry(int32_t operation, const DdnsRequest& req) {
   PlatformList<ZoVelDdnsServer> list;
-  int32_t code = ZoVelGetDDNSServerObjs(list.items(), list.count());
+  int32_t code = list.fill(ZoVelGetDDNSServerObjs);
   if (code != 0) return code;
   for (ZoVelDdnsServer& server : list) {
     if (field_text(server.domain) != req.domain) continue;
@@ -66,7 +66,7 @@ int32_t change_entry(int32_t operation, const DdnsRequest& req) {
 void get_ddns(lua_State* L, const GetArgs&) {
   lua_newtable(L);
   PlatformList<ZoVelDdnsServer> list;
-  int32_t code = ZoVelGetDDNSServerObjs(list.items(), list.count());
+  int32_t code = list.fill(ZoVelGetDDNSServerObjs);
   set_number(L, "count", list.reported());
   if (code != 0) return;
   int row = 0;

@@ -62,7 +62,7 @@ void get_black_hosts(lua_State* L, const GetArgs&) {
   lua_newtable(L);
   PlatformList<ZoVelLanHostExt> list;
   // A failed listing reads as an empty one.
-  ZoVelGetLANHostExtWithIPv6Objs(list.items(), list.count());
+  list.fill(ZoVelGetLANHostExtWithIPv6Objs);
   int rows = 0;
   for (const ZoVelLanHostExt& host : list) {
     if (host.base.internet_access != kBlackListed) continue;

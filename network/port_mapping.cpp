@@ -47,7 +47,7 @@ void get_pm_lists(lua_State* L, const GetArgs&) {
   lua_newtable(L);
   {
     RuleList list;
-    int32_t code = ZoVelGetPortMappingObjs(list.items(), list.count());
+    int32_t code = list.fill(ZoVelGetPortMappingObjs);
     set_number(L, "count", list.reported());
     // A failed listing shows its count but no rows.
     int row = 0;
@@ -84,7 +84,7 @@ int32_t set_pm_single(lua_State* L) {
   if (strcmp(op, "add") == 0) return add_rule(L, desp);
 
   RuleList list;
-  int32_t code = ZoVelGetPortMappingObjs(list.items(), list.count());
+  int32_t code = list.fill(ZoVelGetPortMappingObjs);
   if (code != 0) return code;
   for (const ZoVelPortMapping& rule : list) {
     if (field_text(rule.description) != desp) continue;
@@ -100,7 +100,7 @@ int32_t set_pm_single(lua_State* L) {
 // result (rules before it stay changed). Rules already in the asked state are skipped.
 int32_t set_pm_all(lua_State* L) {
   RuleList list;
-  int32_t code = ZoVelGetPortMappingObjs(list.items(), list.count());
+  int32_t code = list.fill(ZoVelGetPortMappingObjs);
   if (code != 0) return code;
   if (list.size() == 0) return 0;
   char op[8] = {};

@@ -1,6 +1,13 @@
-// Small owners for memory the platform hands over: arrays (g_free, or free for the
-// application list), GVariant references and texts. Owned versus borrowed shows in
-// the type.
+// Owners for memory the platform hands over: arrays (g_free, or free for the
+// application list), GVariant references and texts.
+//
+// A Lua error raised while a handler builds its result (out of memory, or an error
+// from a __gc metamethod that an allocation ran) longjmps past the handler's
+// frames and would skip destructors. So a list that is held while Lua values are
+// pushed is a trivially destructible handle whose array is kept in the call's
+// scope: released by release(), or by the entry point when the call ends, however
+// it ends. OwnedVariant and OwnedText have destructors and are for spans of code
+// that call nothing in Lua.
 #pragma once
 
 #include <glib.h>
@@ -8,8 +15,18 @@
 #include <stdlib.h>
 
 #include <memory>
+#include <type_traits>
 
 namespace velconfig {
+
+namespace call_scope {
+// Keeps p until release(p) or the end of the call. Releases p at once and throws
+// std::length_error when one call keeps more than it should ever need.
+void keep(void* p, void (*release)(void*));
+void release(void* p);
+// Run by the entry points when a call ends.
+void release_all();
+}  // namespace call_scope
 
 struct GFree {
   void operator()(void* p) const { g_free(p); }
@@ -23,18 +40,25 @@ struct VariantUnref {
 using OwnedText = std::unique_ptr<char, GFree>;
 using OwnedVariant = std::unique_ptr<GVariant, VariantUnref>;
 
-// An array the platform allocated, with the count it reported. Pass items() and
-// count() to the listing operation; iteration covers only a positive count.
+// An array the platform allocated, with the count it reported. Iteration covers
+// only a positive count.
 template <class Record, class Count = int32_t, void (*Release)(void*) = g_free>
 class PlatformList {
  public:
-  PlatformList() = default;
-  PlatformList(const PlatformList&) = delete;
-  PlatformList& operator=(const PlatformList&) = delete;
-  ~PlatformList() { Release(items_); }
+  // Runs a listing operation with this list's array pointer and count, then any
+  // further arguments, and keeps the array it returns until the call ends.
+  template <class Operation, class... More>
+  int32_t fill(Operation operation, More... more) {
+    int32_t rc = operation(&items_, &count_, more...);
+    if (items_ != nullptr) call_scope::keep(items_, Release);
+    return rc;
+  }
+  // Gives the array back now; the reported count stays.
+  void release() {
+    call_scope::release(items_);
+    items_ = nullptr;
+  }
 
-  Record** items() { return &items_; }
-  Count* count() { return &count_; }
   Count reported() const { return count_; }
   // How many records may be read: zero when the platform gave no array.
   size_t size() const { return (items_ != nullptr && count_ > 0) ? static_cast<size_t>(count_) : 0; }
@@ -46,5 +70,7 @@ class PlatformList {
   Record* items_ = nullptr;
   Count count_ = 0;
 };
+
+static_assert(std::is_trivially_destructible_v<PlatformList<char>>, "a longjmp may pass over a PlatformList");
 
 }  // namespace velconfig

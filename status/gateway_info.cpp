@@ -57,20 +57,23 @@ void read_access_sign(AccessSign* sign) {
   }
 }
 
+// "DualBand", false when it cannot be read.
+bool read_dual_band() {
+  OwnedVariant band =
+      read_property("/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand", G_VARIANT_TYPE_BOOLEAN);
+  return band != nullptr && g_variant_get_boolean(band.get()) != FALSE;
+}
+
 // The first SSIDs of the two radios ("2.4G-1", and "5G-1" on a dual-band gateway),
 // when enabled; a later record overrides an earlier one.
 void wifi_names(lua_State* L) {
-  bool dual_band = false;
-  OwnedVariant band =
-      read_property("/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand", G_VARIANT_TYPE_BOOLEAN);
-  if (band != nullptr) dual_band = g_variant_get_boolean(band.get()) != FALSE;
-  band.reset();
+  bool dual_band = read_dual_band();
 
   char ssid_2g[kTextRoom] = {};
   char ssid_5g[kTextRoom] = {};
   {
     PlatformList<ZoVelWlanDevice, uint32_t> wlans;
-    ZoVelGetWLANDeviceObjs(wlans.items(), wlans.count());
+    wlans.fill(ZoVelGetWLANDeviceObjs);
     for (const ZoVelWlanDevice& wlan : wlans) {
       if (wlan.enable == 0) continue;
       std::string_view label = field_text(wlan.band_label);

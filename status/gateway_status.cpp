@@ -28,7 +28,7 @@ void snapshot_counts(lua_State* L) {
   int wireless = 0;
   {
     PlatformList<ZoVelDeviceSnapshot> devices;
-    ZoVelGetOnlineDevicesSnapShot(devices.items(), devices.count(), nullptr, nullptr);
+    devices.fill(ZoVelGetOnlineDevicesSnapShot, nullptr, nullptr);
     // Unlike the overview, an unknown connection type counts as wireless here.
     for (const ZoVelDeviceSnapshot& device : devices) {
       if (device.connection_type == 0 || device.connection_type == 2) {
@@ -45,7 +45,7 @@ void snapshot_counts(lua_State* L) {
 void storage_fill(lua_State* L) {
   int rows = 0;
   PlatformList<ZoVelUsbDevice> devices;
-  ZoVel_GetUSBDeviceObjs(devices.items(), devices.count());
+  devices.fill(ZoVel_GetUSBDeviceObjs);
   for (const ZoVelUsbDevice& usb : devices) {
     if (usb.device_class != kMassStorageClass) continue;
     uint64_t percent = usb.total_size != 0 ? usb.used_size * 100 / usb.total_size : 0;

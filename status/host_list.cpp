@@ -54,7 +54,7 @@ void get_hosts_info(lua_State* L, int32_t filter) {
   lua_newtable(L);
   char curip[kCurIpRoom] = {};
   PlatformList<ZoVelLanHostExt> hosts;
-  ZoVelGetOnlineDeviceListExtWithIPv6(hosts.items(), hosts.count(), nullptr, nullptr);
+  hosts.fill(ZoVelGetOnlineDeviceListExtWithIPv6, nullptr, nullptr);
   if (hosts.reported() <= 0) {
     set_text(L, "curip", "");
     set_number(L, "count", 0);

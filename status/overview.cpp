@@ -38,7 +38,7 @@ struct Totals {
 void device_rows(lua_State* L) {
   Totals wired, wireless;
   PlatformList<ZoVelLanHost> hosts;
-  int32_t rc = ZoVelGetOnlineDeviceList(hosts.items(), hosts.count(), nullptr, nullptr);
+  int32_t rc = hosts.fill(ZoVelGetOnlineDeviceList, nullptr, nullptr);
   if (rc == 0 && hosts.reported() > 0) {
     HostSpeedComputation speeds;
     speeds.start();
@@ -86,7 +86,7 @@ void storage_rows(lua_State* L) {
   int rows = 0;
   int unlabelled = 0;
   PlatformList<ZoVelUsbDevice> devices;
-  ZoVel_GetUSBDeviceObjs(devices.items(), devices.count());
+  devices.fill(ZoVel_GetUSBDeviceObjs);
   for (const ZoVelUsbDevice& usb : devices) {
     if (usb.device_class != kMassStorageClass) continue;
     char name[kStorageNameRoom] = {};

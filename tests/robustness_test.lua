@@ -91,3 +91,61 @@ describe("hostile input", function()
     end
   end)
 end)
+
+describe("a Lua error in the middle of a call", function()
+  before_each(function() h.reset() end)
+  after_each(function() collectgarbage("setpause", 200) end)
+
+  it("still releases the platform's lists, closes the log and comes back as raised", function()
+    -- Finalizers that fail while the module builds a result: each allocation of the
+    -- call may run one, and its error jumps out of the middle of the handler.
+    local inside = false
+    local function failing_garbage(n)
+      for _ = 1, n do
+        local p = newproxy(true)
+        getmetatable(p).__gc = function() if inside then error("finalizer failed", 0) end end
+      end
+    end
+    local calls = {
+      function() return v:get("hostsInfo", "7") end,
+      function() return v:get("allInfo") end,
+      function() return v:get("gwStatus") end,
+      function() return v:get("gwInfo", "all") end,
+      function() return v:get("ddns") end,
+      function() return v:get("pmLists") end,
+      function() return v:get("blackHosts") end,
+      function() return v:set("pmSetAll", { op = "enable" }) end,
+    }
+    collectgarbage("setpause", 0)
+    local raised = 0
+    for _ = 1, 40 do
+      for _, call in ipairs(calls) do
+        failing_garbage(20)
+        h.sim.clear_journal()
+        local ok, err = pcall(function()
+          inside = true
+          call()
+          inside = false
+        end)
+        inside = false
+        if not ok then
+          assert.are.equal("finalizer failed", err)
+          raised = raised + 1
+        end
+        local ops = h.ops()
+        assert.are.equal("ZoVelLogClose", ops[#ops])
+      end
+    end
+    assert.is_true(raised > 0)
+  end)
+
+  it("passes an error object raised while reading a field on unchanged", function()
+    local object = { code = 7 }
+    local input = setmetatable({}, { __index = function() error(object) end })
+    local ok, err = pcall(function() return v:set("lan", input) end)
+    assert.is_false(ok)
+    assert.are.equal(object, err)
+    local ops = h.ops()
+    assert.are.equal("ZoVelLogClose", ops[#ops])
+  end)
+end)

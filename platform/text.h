@@ -27,11 +27,10 @@ void copy_text(char (&dest)[N], std::string_view src) {
 
 // Decimal conversion as atoi does it (leading blanks, optional sign, digits; none
 // gives 0), without atoi's undefined behaviour on overflow: the low 32 bits are kept.
-int32_t decimal_value(const char* text);
-inline int32_t decimal_value(std::string_view text) {
-  char buf[32] = {};
-  copy_text(buf, text);
-  return decimal_value(buf);
+// The view may be a record field without a terminator.
+int32_t decimal_value(std::string_view text);
+inline int32_t decimal_value(const char* text) {
+  return decimal_value(text != nullptr ? std::string_view(text) : std::string_view());
 }
 
 // ASCII letter case ignored, as strcasecmp compares in the C locale.

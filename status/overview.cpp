@@ -35,13 +35,13 @@ struct Totals {
   uint32_t down = 0;
 };
 
-void device_rows(lua_State* L) {
+// Device rows; speeds is left for the caller to finish once the whole table is built.
+void device_rows(lua_State* L, HostSpeedComputation* speeds) {
   Totals wired, wireless;
   PlatformList<ZoVelLanHost> hosts;
   int32_t rc = hosts.fill(ZoVelGetOnlineDeviceList, nullptr, nullptr);
   if (rc == 0 && hosts.reported() > 0) {
-    HostSpeedComputation speeds;
-    speeds.start();
+    speeds->start();
     for (const ZoVelLanHost& host : hosts) {
       if (host.internet_access == 0 || host.online == 0) continue;
       Totals* group;
@@ -60,7 +60,7 @@ void device_rows(lua_State* L) {
       set_text(L, "model", field_text(host.model));
       set_text(L, "devName", field_text(host.name));
       set_text(L, "ip", field_text(host.ipv4));
-      HostSpeed speed = speeds.speed_of(host);
+      HostSpeed speed = speeds->speed_of(host);
       group->up += static_cast<uint32_t>(speed.up);
       group->down += static_cast<uint32_t>(speed.down);
       set_number(L, "upSpeed", speed.up);
@@ -68,7 +68,6 @@ void device_rows(lua_State* L) {
       set_number(L, "onlineTime", host.online_time);
       end_row(L);
     }
-    speeds.finish();
   }
   set_number(L, "wcount", wired.count);
   if (wired.count > 0) {
@@ -152,12 +151,15 @@ ServiceFlags read_service_flags() {
 
 void get_all_info(lua_State* L, const GetArgs&) {
   lua_newtable(L);
-  device_rows(L);
+  HostSpeedComputation speeds;
+  device_rows(L, &speeds);
   ServiceFlags flags = read_service_flags();
   set_bool(L, "itv", flags.itv);
   set_bool(L, "voip", flags.voip);
   storage_rows(L);
   wan_state(L);
+  // The listed devices' counters become the next baseline only now, at the end.
+  speeds.finish();
 }
 
 }  // namespace velconfig

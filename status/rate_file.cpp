@@ -53,8 +53,8 @@ class LineScanner {
     uint64_t value = 0;
     bool overflow = false;
     if (!digits(&negative, &value, &overflow)) return false;
-    if (overflow) value = std::numeric_limits<uint64_t>::max();
-    *out = negative ? 0 - value : value;
+    // strtoul: an out-of-range text is the maximum whatever its sign.
+    *out = overflow ? std::numeric_limits<uint64_t>::max() : (negative ? 0 - value : value);
     return true;
   }
 

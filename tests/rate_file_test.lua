@@ -81,6 +81,12 @@ describe("rate file baseline", function()
     assert.are.same({ { 0, 0 }, { 0, 0 } }, speeds())
   end)
 
+  it("reads a stored counter beyond 64 bits as the largest, whatever its sign", function()
+    with_hosts({ host(1, { down_bytes = 81 }) })
+    h.write_file(RATES, string.format("%23s -99999999999999999999 0 %d\n", "000000000001", T0 - 10))
+    assert.are.same({ { 0, 0 } }, speeds())
+  end)
+
   it("finds a MAC stored in another letter case, but nothing after a blank line", function()
     with_hosts({ host(1, { mac = "AABBCCDDEE01", up_bytes = 80 }), host(2, { mac = "AABBCCDDEE02", up_bytes = 80 }) })
     h.write_file(RATES, line("aabbccddee01", 0, 0, T0 - 10) .. "\n" .. line("AABBCCDDEE02", 0, 0, T0 - 10))

@@ -123,6 +123,7 @@ describe("service flags", function()
     { "1", 0, 201, "IPTV,VOIP", false, false, true },
     { "1", 0, 200, "iptv,voip", false, false, true },
     { "", 1, 200, h.cjson.null, false, false, true },
+    { string.rep(" ", 40) .. "13", 1, 200, "VOIP", true, false, false },
   }
   for _, c in ipairs(cases) do
     for _, key in ipairs({ "allInfo", "gwStatus" }) do
@@ -296,7 +297,8 @@ describe("gwIPs and devType", function()
     assert.are.equal("", v:get("gwIPs").WAN6IP)
   end)
 
-  local types = { { "13", 13 }, { "", 0 }, { "abc", 0 }, { "  42x", 42 } }
+  local types = { { "13", 13 }, { "", 0 }, { "abc", 0 }, { "  42x", 42 },
+    { string.rep(" ", 40) .. "13", 13 }, { string.rep("0", 40) .. "13", 13 } }
   for _, c in ipairs(types) do
     it("devType of " .. string.format("%q", c[1]) .. " is " .. c[2], function()
       h.edit_model(function(m) m.device.dev_type = c[1] end)

@@ -57,7 +57,8 @@ int32_t set_lan(lua_State* L) {
   read_field(L, "dhcpEnbl", dhcp_enbl);
   read_field(L, "oldLanIp", old_lan_ip);
   read_field(L, "lanIp", lan_ip);
-  bool moved = strcmp(old_lan_ip, lan_ip) != 0;
+  // Compared as it is sent, so that 2 never tells the page of an address not taken.
+  bool moved = strcmp(old_lan_ip, utf8_prefix(lan_ip)) != 0;
   // The pool is neither read nor sent while the server is off.
   bool enable = decimal_value(dhcp_enbl) == 1;
   if (enable) {
@@ -75,7 +76,7 @@ int32_t set_lan(lua_State* L) {
     add_text(&builder, "SubnetMask", utf8_prefix(subnet_mask));
   }
   g_variant_builder_add(&builder, "{sv}", "Enable", g_variant_new_boolean(enable));
-  add_text(&builder, "IPAddr", utf8_prefix(lan_ip));
+  add_text(&builder, "IPAddr", lan_ip);
   OwnedVariant dictionary(g_variant_ref_sink(g_variant_builder_end(&builder)));
 
   int32_t code = ZoVelDBusSetMultiProperty(kService, kDhcpPath, kDhcpInterface, dictionary.get());

@@ -201,14 +201,15 @@ extern "C" int32_t ZoVelGetOnlineDevicesSnapShot(ZoVelDeviceSnapshot** devices, 
 }
 
 extern "C" int32_t ZoVelGetLANHostByMAC(const char* mac, ZoVelLanHost* host) {
-  return operation("ZoVelGetLANHostByMAC", json_pack("{s:s?}", "mac", mac), [&]() -> int32_t {
-    if (mac == nullptr || host == nullptr) return -1;
-    for (json_t* h : velsim::all_hosts()) {
-      if (g_ascii_strcasecmp(text_of(h, "mac"), mac) == 0) {
-        velsim::fill_lan_host(h, host);
-        return 0;
-      }
-    }
-    return -1;
-  });
+  return operation("ZoVelGetLANHostByMAC", json_pack("{s:o}", "mac", velsim::shown_text(mac)),
+                   [&]() -> int32_t {
+                     if (mac == nullptr || host == nullptr) return -1;
+                     for (json_t* h : velsim::all_hosts()) {
+                       if (g_ascii_strcasecmp(text_of(h, "mac"), mac) == 0) {
+                         velsim::fill_lan_host(h, host);
+                         return 0;
+                       }
+                     }
+                     return -1;
+                   });
 }

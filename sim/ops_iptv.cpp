@@ -2,6 +2,7 @@
 #include <string.h>
 
 #include "platform/zovel.h"
+#include "sim/dbus.h"
 #include "sim/sim.h"
 
 using velsim::int_of;
@@ -12,9 +13,9 @@ namespace {
 
 json_t* iptv_args(const ZoVelIptvInfo* r) {
   if (r == nullptr) return nullptr;
-  char ports[sizeof r->bound_ports + 1] = {};
-  memcpy(ports, r->bound_ports, sizeof r->bound_ports);
-  return json_pack("{s:i,s:i,s:s}", "enable", r->enable, "vlan_id", r->vlan_id, "bound_ports", ports);
+  json_t* args = json_pack("{s:i,s:i}", "enable", r->enable, "vlan_id", r->vlan_id);
+  json_object_set_new(args, "bound_ports", velsim::shown_text(r->bound_ports, sizeof r->bound_ports));
+  return args;
 }
 
 }  // namespace
@@ -33,6 +34,7 @@ extern "C" int32_t ZoVelGetSubIPTVInfo(ZoVelIptvInfo* iptv) {
 extern "C" int32_t ZoVelSetSubIPTVInfo(ZoVelIptvInfo* iptv) {
   return operation("ZoVelSetSubIPTVInfo", iptv_args(iptv), [&] {
     if (iptv == nullptr) return -1;
+    if (!velsim::storable(iptv->bound_ports)) return velsim::kWrongType;
     json_t* m = object_at("iptv");
     char ports[sizeof iptv->bound_ports + 1] = {};
     memcpy(ports, iptv->bound_ports, sizeof iptv->bound_ports);

@@ -24,14 +24,10 @@ constexpr const char* kDhcpInterface = "com.zom.igd1.DHCPServer";
 constexpr const char* kDdnsPathPrefix = "/com/zom/igd1/Config/DDNS/";
 constexpr const char* kPortMappingPathPrefix = "/com/zom/igd1/Config/PortMapping/";
 
-// A record text as JSON: bounded by its field, and made valid UTF-8 so that a text
-// cut inside a character cannot make the model unsavable.
+// A record text as JSON, bounded by its field.
 template <size_t N>
 json_t* text_json(const char (&field)[N]) {
-  gchar* valid = g_utf8_make_valid(field, static_cast<gssize>(strnlen(field, N)));
-  json_t* j = json_string(valid);
-  g_free(valid);
-  return j;
+  return shown_text(field, N);
 }
 
 // ---- DHCP server ----
@@ -154,6 +150,11 @@ json_t* rule_fields(const ZoVelPortMapping* r) {
   return j;
 }
 
+bool ddns_storable(const ZoVelDdnsServer& r) {
+  return storable(r.provider) && storable(r.username) && storable(r.password) && storable(r.domain) &&
+         storable(r.hostname);
+}
+
 json_t* rule_at_path(const char* path) {
   long i = path != nullptr ? find_entry(array_at("port_mappings"), kPortMappingPathPrefix, path) : -1;
   return i >= 0 ? json_array_get(array_at("port_mappings"), static_cast<size_t>(i)) : nullptr;
@@ -195,6 +196,7 @@ int32_t delete_entry(const char* key, const char* prefix, const ZoVelObjPath& pa
 // A set sends the record whole: every field it carries replaces the entry's.
 int32_t update_ddns(const ZoVelObjPath& path, const ZoVelDdnsServer* server) {
   if (server == nullptr) return -1;
+  if (!ddns_storable(*server)) return kWrongType;
   json_t* entries = array_at("ddns");
   long i = find_entry(entries, kDdnsPathPrefix, block_text(path).text);
   if (i < 0) return kNoSuchObject;
@@ -207,7 +209,7 @@ int32_t update_ddns(const ZoVelObjPath& path, const ZoVelDdnsServer* server) {
 
 json_t* path_args(const ZoVelObjPath& path, json_t* fields) {
   json_t* args = fields != nullptr ? fields : json_object();
-  json_object_set_new(args, "path", json_string(block_text(path).text));
+  json_object_set_new(args, "path", shown_text(block_text(path).text));
   return args;
 }
 
@@ -235,6 +237,7 @@ extern "C" int32_t ZoVelGetDDNSServerObjs(ZoVelDdnsServer** servers, int32_t* co
 extern "C" int32_t ZoVelAddDDNSServerInstance(ZoVelDdnsServer* server) {
   return operation("ZoVelAddDDNSServerInstance", velsim::ddns_fields(server), [&] {
     if (server == nullptr) return -1;
+    if (!velsim::ddns_storable(*server)) return velsim::kWrongType;
     return velsim::add_entry("ddns", velsim::ddns_fields(server));
   });
 }
@@ -257,6 +260,10 @@ extern "C" int32_t ZoVelGetPortMappingObjs(ZoVelPortMapping** rules, int32_t* co
 extern "C" int32_t ZoVelAddPortMapping(ZoVelPortMapping* rule) {
   return operation("ZoVelAddPortMapping", velsim::rule_fields(rule), [&] {
     if (rule == nullptr) return -1;
+    if (!velsim::storable(rule->protocol) || !velsim::storable(rule->client) ||
+        !velsim::storable(rule->description)) {
+      return velsim::kWrongType;
+    }
     return velsim::add_entry("port_mappings", velsim::rule_fields(rule));
   });
 }

@@ -66,6 +66,17 @@ const char* text_of(json_t* obj, const char* key, const char* fallback = "");
 json_int_t int_of(json_t* obj, const char* key, json_int_t fallback = 0);
 bool flag_of(json_t* obj, const char* key, bool fallback = false);
 
+// A record text (at most n bytes, up to its terminator) as a JSON string for the
+// journal and the log: bytes that are not UTF-8 are shown as U+FFFD.
+json_t* shown_text(const char* text, size_t n = static_cast<size_t>(-1));
+// Whether a record text (at most n bytes) is UTF-8, as a D-Bus string must be: the
+// platform refuses to store anything else.
+bool storable_text(const char* text, size_t n = static_cast<size_t>(-1));
+template <size_t N>
+bool storable(const char (&field)[N]) {
+  return storable_text(field, N);
+}
+
 // Copies text into a record field, cut to fit and terminated.
 template <size_t N>
 void put_text(char (&field)[N], const char* text) {

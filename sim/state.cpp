@@ -197,8 +197,23 @@ void journal(const char* op, json_t* args) {
 json_t* journal_entries() { return state().journal; }
 void clear_journal() { json_array_clear(state().journal); }
 
+json_t* shown_text(const char* text, size_t n) {
+  if (text == nullptr) return json_null();
+  gchar* valid = g_utf8_make_valid(text, static_cast<gssize>(strnlen(text, n)));
+  json_t* j = json_string(valid);
+  g_free(valid);
+  return j;
+}
+
+bool storable_text(const char* text, size_t n) {
+  return text != nullptr && g_utf8_validate(text, static_cast<gssize>(strnlen(text, n)), nullptr);
+}
+
 void add_log(int32_t level, const char* text) {
-  json_array_append_new(state().logs, json_pack("{s:i,s:s}", "level", level, "text", text));
+  json_t* line = json_object();
+  json_object_set_new(line, "level", json_integer(level));
+  json_object_set_new(line, "text", shown_text(text));
+  json_array_append_new(state().logs, line);
   if (state().log_to_stderr) fprintf(stderr, "velconfig[%d]: %s\n", level, text);
 }
 

@@ -53,4 +53,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) build-gw build-capi3
+	rm -rf $(BUILD) $(ASAN_BUILD) build-gw build-capi3 build-bench build-jit

@@ -125,13 +125,22 @@ int l_clear_faults(lua_State*) {
   return 0;
 }
 
+// Seconds from a Lua number, clamped to what the clock can hold.
+int64_t seconds_at(lua_State* L, int index) {
+  lua_Number n = luaL_checknumber(L, index);
+  if (n != n) return luaL_argerror(L, index, "not a number");
+  if (n >= 9.2233720368547758e18) return INT64_MAX;
+  if (n <= -9.2233720368547758e18) return INT64_MIN;
+  return static_cast<int64_t>(n);
+}
+
 int l_pin_clock(lua_State* L) {
-  velsim::pin_clock(static_cast<int64_t>(luaL_checknumber(L, 1)));
+  velsim::pin_clock(seconds_at(L, 1));
   return 0;
 }
 
 int l_advance_clock(lua_State* L) {
-  velsim::pin_clock(velsim::now() + static_cast<int64_t>(luaL_checknumber(L, 1)));
+  velsim::pin_clock(velsim::plus_seconds(velsim::now(), seconds_at(L, 1)));
   return 0;
 }
 

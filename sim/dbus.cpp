@@ -160,13 +160,20 @@ extern "C" int32_t ZoVelDBusSetMultiProperty(const char* service, const char* pa
         return velsim::kReadOnly;
       }
     }
+    // A value of the wrong type shows only when it is applied: undo what came before.
+    json_t* before = json_deep_copy(velsim::model());
     int32_t code = 0;
     g_variant_iter_init(&iter, dictionary);
-    while (g_variant_iter_loop(&iter, "{&sv}", &name, &v)) {
-      int32_t rc = velsim::find(service, path, interface, name)->set(path, v);
-      if (rc != 0 && code == 0) code = rc;
+    while (code == 0 && g_variant_iter_next(&iter, "{&sv}", &name, &v)) {
+      code = velsim::find(service, path, interface, name)->set(path, v);
+      g_variant_unref(v);
     }
-    velsim::model_changed();
+    if (code != 0) {
+      json_object_clear(velsim::model());
+      json_object_update(velsim::model(), before);
+    }
+    json_decref(before);
+    if (code == 0) velsim::model_changed();
     return code;
   });
 }

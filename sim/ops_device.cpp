@@ -16,7 +16,7 @@ using velsim::text_of;
 namespace velsim {
 namespace {
 
-int64_t system_uptime() { return int_of(object_at("device"), "uptime") + elapsed(); }
+int64_t system_uptime() { return plus_seconds(int_of(object_at("device"), "uptime"), elapsed()); }
 
 GVariant* device_text(const char* key) { return g_variant_new_string(text_of(object_at("device"), key)); }
 

@@ -34,7 +34,7 @@ int32_t list_hosts(Record** out, int32_t* count, bool (*keep)(json_t*), Fill fil
 
 GVariant* get_access(const char* path) {
   json_t* host = host_at_path(path);
-  return host != nullptr ? g_variant_new_byte(static_cast<uint8_t>(int_of(host, "access"))) : nullptr;
+  return host != nullptr ? g_variant_new_byte(static_cast<uint8_t>(int_of(host, "access", 2))) : nullptr;
 }
 
 int32_t set_access(const char* path, GVariant* value) {
@@ -72,13 +72,6 @@ struct HostFacts {
   const char *mac = "", *name = "", *type = "", *ip = "", *ipv6 = "", *brand = "", *model = "", *system = "";
 };
 
-json_int_t number_in(json_t* v, json_int_t fallback) {
-  if (json_is_integer(v)) return json_integer_value(v);
-  if (json_is_real(v)) return static_cast<json_int_t>(json_real_value(v));
-  if (json_is_boolean(v)) return json_is_true(v) ? 1 : 0;
-  return fallback;
-}
-
 bool flag_in(json_t* v) {
   if (json_is_boolean(v)) return json_is_true(v);
   return json_is_integer(v) && json_integer_value(v) != 0;
@@ -98,20 +91,20 @@ HostFacts facts_of(json_t* host) {
     json_t* v = json_object_iter_value(it);
     switch (key[0]) {
       case 'a':
-        if (strcmp(key, "access") == 0) f.access = number_in(v, 2);
+        if (strcmp(key, "access") == 0) f.access = number_of(v, 2);
         break;
       case 'b':
         if (strcmp(key, "brand") == 0) take_text(v, &f.brand);
         break;
       case 'c':
-        if (strcmp(key, "connection") == 0) f.connection = number_in(v, 0);
+        if (strcmp(key, "connection") == 0) f.connection = number_of(v, 0);
         break;
       case 'd':
-        if (strcmp(key, "down_bytes") == 0) f.down_bytes = number_in(v, 0);
-        if (strcmp(key, "down_rate") == 0) f.down_rate = number_in(v, 0);
+        if (strcmp(key, "down_bytes") == 0) f.down_bytes = number_of(v, 0);
+        if (strcmp(key, "down_rate") == 0) f.down_rate = number_of(v, 0);
         break;
       case 'i':
-        if (strcmp(key, "id") == 0) f.id = number_in(v, 0);
+        if (strcmp(key, "id") == 0) f.id = number_of(v, 0);
         if (strcmp(key, "ip") == 0) take_text(v, &f.ip);
         if (strcmp(key, "ipv6") == 0) take_text(v, &f.ipv6);
         break;
@@ -124,7 +117,7 @@ HostFacts facts_of(json_t* host) {
         break;
       case 'o':
         if (strcmp(key, "online") == 0) f.online = flag_in(v);
-        if (strcmp(key, "online_time") == 0) f.online_time = number_in(v, 0);
+        if (strcmp(key, "online_time") == 0) f.online_time = number_of(v, 0);
         break;
       case 's':
         if (strcmp(key, "system") == 0) take_text(v, &f.system);
@@ -133,8 +126,8 @@ HostFacts facts_of(json_t* host) {
         if (strcmp(key, "type") == 0) take_text(v, &f.type);
         break;
       case 'u':
-        if (strcmp(key, "up_bytes") == 0) f.up_bytes = number_in(v, 0);
-        if (strcmp(key, "up_rate") == 0) f.up_rate = number_in(v, 0);
+        if (strcmp(key, "up_bytes") == 0) f.up_bytes = number_of(v, 0);
+        if (strcmp(key, "up_rate") == 0) f.up_rate = number_of(v, 0);
         break;
       default:
         break;
@@ -156,7 +149,7 @@ void fill_from(const HostFacts& f, ZoVelLanHost* r) {
   put_text(r->model, f.model);
   put_text(r->system, f.system);
   r->online = f.online ? 1 : 0;
-  r->online_time = static_cast<uint32_t>(f.online_time + seconds);
+  r->online_time = static_cast<uint32_t>(plus_seconds(f.online_time, seconds));
   r->down_bytes = counter_after(f.down_bytes, f.down_rate, seconds);
   r->up_bytes = counter_after(f.up_bytes, f.up_rate, seconds);
 }

@@ -41,6 +41,15 @@ inline uint64_t counter_after(json_int_t counter, json_int_t rate_bits, int64_t 
          static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
 }
 
+// A running figure after seconds more, saturating instead of overflowing.
+inline json_int_t plus_seconds(json_int_t figure, int64_t seconds) {
+  json_int_t sum;
+  if (!__builtin_add_overflow(figure, seconds, &sum)) return sum;
+  return seconds > 0 ? INT64_MAX : INT64_MIN;
+}
+// A JSON number as an integer: reals are truncated and clamped, NaN gives fallback.
+json_int_t number_of(json_t* v, json_int_t fallback);
+
 // Journal: op name plus an object of arguments (stolen; may be null).
 void journal(const char* op, json_t* args);
 json_t* journal_entries();  // borrowed array

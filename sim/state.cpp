@@ -50,16 +50,18 @@ void adopt(json_t* m) {
   state().model = m;
 }
 
+// A new file (unique name, private mode) renamed over the old one, so a reader sees
+// one or the other whole, even while another run saves.
 bool save_to(const std::string& path, json_t* m) {
-  std::string tmp = path + ".tmp";
   char* text = json_dumps(m, JSON_INDENT(2) | JSON_SORT_KEYS);
   if (text == nullptr) return false;
-  FILE* f = fopen(tmp.c_str(), "w");
-  bool ok = f != nullptr && fputs(text, f) >= 0 && fputc('\n', f) != EOF;
-  if (f != nullptr) ok = (fclose(f) == 0) && ok;
+  GError* error = nullptr;
+  bool ok = g_file_set_contents_full(path.c_str(), text, -1, G_FILE_SET_CONTENTS_CONSISTENT, 0600, &error);
+  if (!ok) {
+    fprintf(stderr, "velconfig simulator: cannot save %s: %s\n", path.c_str(), error->message);
+    g_error_free(error);
+  }
   free(text);
-  if (ok) ok = rename(tmp.c_str(), path.c_str()) == 0;
-  if (!ok) unlink(tmp.c_str());
   return ok;
 }
 
@@ -158,7 +160,8 @@ void unpin_clock() { state().pinned = false; }
 int64_t elapsed() {
   json_t* time_obj = json_object_get(model(), "time");
   int64_t base = json_integer_value(json_object_get(time_obj, "base"));
-  int64_t e = now() - base;
+  int64_t e;
+  if (__builtin_sub_overflow(now(), base, &e)) return base < 0 ? INT64_MAX : 0;
   return e > 0 ? e : 0;
 }
 
@@ -166,17 +169,17 @@ uint32_t wan_up_time() {
   json_t* wan = object_at("wan");
   bool up = g_ascii_strcasecmp(text_of(wan, "ipv4_status"), "connected") == 0 ||
             g_ascii_strcasecmp(text_of(wan, "ipv6_status"), "connected") == 0;
-  return up ? static_cast<uint32_t>(int_of(wan, "uptime") + elapsed()) : 0;
+  return up ? static_cast<uint32_t>(plus_seconds(int_of(wan, "uptime"), elapsed())) : 0;
 }
 
 void settle_time() {
   int64_t e = elapsed();
   json_t* device = object_at("device");
-  json_object_set_new(device, "uptime", json_integer(int_of(device, "uptime") + e));
+  json_object_set_new(device, "uptime", json_integer(plus_seconds(int_of(device, "uptime"), e)));
   json_object_set_new(object_at("wan"), "uptime", json_integer(wan_up_time()));
   for (json_t* host : objects_in("hosts")) {
     if (!flag_of(host, "online")) continue;
-    json_object_set_new(host, "online_time", json_integer(int_of(host, "online_time") + e));
+    json_object_set_new(host, "online_time", json_integer(plus_seconds(int_of(host, "online_time"), e)));
     for (const char* side : {"down", "up"}) {
       std::string counter = std::string(side) + "_bytes";
       std::string rate = std::string(side) + "_rate";
@@ -237,12 +240,12 @@ const char* file_root() {
   State& s = state();
   if (s.root.empty()) {
     const char* env = getenv("VELCONFIG_ROOT");
-    if (env != nullptr && *env != '\0') {
-      s.root = env;
-    } else {
-      char fallback[64];
-      snprintf(fallback, sizeof fallback, "/tmp/velconfig-root-%u", static_cast<unsigned>(getuid()));
-      s.root = fallback;
+    char fallback[64];
+    snprintf(fallback, sizeof fallback, "/tmp/velconfig-root-%u", static_cast<unsigned>(getuid()));
+    try {
+      s.root = (env != nullptr && *env != '\0') ? env : fallback;
+    } catch (...) {
+      return "/tmp/velconfig-root";  // out of memory: still never the host's own /tmp
     }
   }
   return s.root.c_str();
@@ -250,12 +253,18 @@ const char* file_root() {
 
 void set_file_root(const std::string& root) { state().root = root; }
 
+// A member of the wrong type is left as it is, so that saving never loses what a
+// tester wrote there; the caller then works on an empty stand-in.
 json_t* object_at(const char* key) {
   json_t* m = model();
   json_t* v = json_object_get(m, key);
-  if (!json_is_object(v)) {
+  if (v == nullptr) {
     v = json_object();
     json_object_set_new(m, key, v);
+  } else if (!json_is_object(v)) {
+    static json_t* stand_in = json_object();
+    json_object_clear(stand_in);
+    v = stand_in;
   }
   return v;
 }
@@ -273,10 +282,19 @@ std::vector<json_t*> objects_in(const char* key) {
 json_t* array_at(const char* key) {
   json_t* m = model();
   json_t* v = json_object_get(m, key);
-  if (!json_is_array(v)) {
-    // An empty object is how some JSON encoders write an empty list.
+  if (v == nullptr) {
     v = json_array();
     json_object_set_new(m, key, v);
+  } else if (!json_is_array(v)) {
+    // An empty object is how some JSON encoders write an empty list.
+    if (json_is_object(v) && json_object_size(v) == 0) {
+      v = json_array();
+      json_object_set_new(m, key, v);
+    } else {
+      static json_t* stand_in = json_array();
+      json_array_clear(stand_in);
+      v = stand_in;
+    }
   }
   return v;
 }
@@ -286,12 +304,21 @@ const char* text_of(json_t* obj, const char* key, const char* fallback) {
   return v != nullptr ? v : fallback;
 }
 
-json_int_t int_of(json_t* obj, const char* key, json_int_t fallback) {
-  json_t* v = json_object_get(obj, key);
+json_int_t number_of(json_t* v, json_int_t fallback) {
   if (json_is_integer(v)) return json_integer_value(v);
-  if (json_is_real(v)) return static_cast<json_int_t>(json_real_value(v));
+  if (json_is_real(v)) {
+    double d = json_real_value(v);
+    if (d != d) return fallback;
+    if (d >= 9.2233720368547758e18) return INT64_MAX;
+    if (d <= -9.2233720368547758e18) return INT64_MIN;
+    return static_cast<json_int_t>(d);
+  }
   if (json_is_boolean(v)) return json_is_true(v) ? 1 : 0;
   return fallback;
+}
+
+json_int_t int_of(json_t* obj, const char* key, json_int_t fallback) {
+  return number_of(json_object_get(obj, key), fallback);
 }
 
 bool flag_of(json_t* obj, const char* key, bool fallback) {

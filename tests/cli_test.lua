@@ -45,6 +45,24 @@ describe("the velconfig tool", function()
     assert.are.equal(3, saved.device.boot_count)
   end)
 
+  it("saves a private state file that overlapping runs never leave unreadable", function()
+    local errors = os.tmpname()
+    local cmd = {}
+    for _ = 1, 8 do
+      cmd[#cmd + 1] = "VELCONFIG_ROOT=" .. quote(h.root) .. " " .. quote(tool) .. " --state " .. quote(state) ..
+        " set reboot >/dev/null 2>>" .. quote(errors) .. " &"
+    end
+    os.execute(table.concat(cmd, " ") .. " wait")
+    local f = assert(io.open(errors))
+    assert.are.equal("", f:read("*a"))
+    f:close()
+    os.remove(errors)
+    assert.is_true(cjson.decode(assert(io.open(state)):read("*a")).device.boot_count > 1)
+    local p = io.popen("stat -c %a " .. quote(state))
+    assert.are.equal("600", p:read("*l"))
+    p:close()
+  end)
+
   it("prints the platform log on stderr with -v only", function()
     local status, out, err = run(state, "-v", "set", "fwrestore")
     assert.are.equal(0, status)

@@ -128,12 +128,13 @@ describe("a Lua error in the middle of a call", function()
           inside = false
         end)
         inside = false
-        if not ok then
-          assert.are.equal("finalizer failed", err)
-          raised = raised + 1
-        end
+        if not ok then assert.are.equal("finalizer failed", err) end
+        -- a finalizer may also fail before the call reaches the module at all
         local ops = h.ops()
-        assert.are.equal("ZoVelLogClose", ops[#ops])
+        if #ops > 0 then
+          assert.are.equal("ZoVelLogClose", ops[#ops])
+          if not ok then raised = raised + 1 end
+        end
       end
     end
     assert.is_true(raised > 0)

@@ -31,6 +31,23 @@ describe("the simulator", function()
     assert.are.equal(1700000090, h.sim.now())
   end)
 
+  it("keeps members of an unexpected type through writes, and survives figures at the limits", function()
+    h.edit_model(function(m)
+      m.hosts = "not a list"
+      m.time.base = -9.2e18
+      m.device.uptime = 9223372036854775807
+      m.wan.uptime = 1e300
+    end)
+    assert.are.equal(0, v:get("hostsInfo", "7").count)
+    assert.are.equal("number", type(v:get("gwStatus").sysTime))
+    v:set("reboot")
+    assert.are.equal("not a list", h.model().hosts)
+    h.sim.pin_clock(1e300)
+    h.sim.advance_clock(9e18)
+    assert.is_true(h.sim.now() > 0)
+    assert.has_error(function() h.sim.pin_clock(0 / 0) end)
+  end)
+
   it("rejects a model that is not a JSON object", function()
     assert.has_error(function() h.sim.load_model("[1,2]") end)
     assert.has_error(function() h.sim.load_model("{") end)

@@ -100,6 +100,18 @@ describe("the velconfig tool", function()
     assert.are.same({ "dev1", "dev2", "dev3", "dev4", "dev5", "dev6", "dev7", "dev8", "dev9", "dev10", "dev11", "dev12" }, order)
   end)
 
+  it("takes options only before the command, and escapes platform texts in its JSON", function()
+    local m = cjson.decode(h.sim.default_model())
+    m.hosts[1].name = "caf\195\169 \"\1\\"
+    local f = assert(io.open(state, "w"))
+    f:write(cjson.encode(m))
+    f:close()
+    local status, out = run(state, "set", "logInfo", "--text", "-h")
+    assert.are.same({ 0, "1\n" }, { status, out })
+    local _, overview = run(state, "get", "allInfo")
+    assert.are.equal("caf\195\169 \"\1\\", cjson.decode(overview).pc1.devName)
+  end)
+
   it("answers usage errors with the usage and status 2", function()
     for _, args in ipairs({ {}, { "get" }, { "frob", "x" }, { "get", "k", "1", "2", "3" }, { "set", "k", "novalue" } }) do
       local status, out, err = run(state, table.unpack and table.unpack(args) or unpack(args))

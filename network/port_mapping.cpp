@@ -102,7 +102,7 @@ int32_t set_pm_all(lua_State* L) {
   RuleList list;
   int32_t code = list.fill(ZoVelGetPortMappingObjs);
   if (code != 0) return code;
-  if (list.size() == 0) return 0;
+  if (list.reported() == 0) return 0;
   char op[8] = {};
   if (lua_istable(L, -1)) read_field(L, "op", op);
 

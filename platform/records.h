@@ -148,8 +148,7 @@ typedef struct ZoVelWlanDevice {
   uint32_t high_power_class;
   char passphrase[64];
   char reserved3[64];
-  char band_label[32];
-  char reserved4[344];
+  char band_label[376];  // text up to the end of the record
 } ZoVelWlanDevice;
 
 typedef struct ZoVelWiFiInfo {

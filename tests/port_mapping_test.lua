@@ -110,4 +110,17 @@ describe("pmSetAll", function()
     assert.are.same({ 0, 0 }, { v:set("pmSetAll", { op = "toggle" }), v:set("pmSetAll", "del") })
     assert.are.same({ 1, 2 }, { #h.calls("ZoVelDelPortMapping"), #h.model().port_mappings })
   end)
+
+  it("a failing Enable write stops the loop with its code; a later call finishes the job", function()
+    h.edit_model(function(m)
+      m.port_mappings[1].enable = 0
+      m.port_mappings[3] = { id = 3, enable = 0, external_port = 1, internal_port = 1, protocol = "UDP",
+        client = "192.168.1.9", description = "third" }
+    end)
+    h.sim.fail("ZoVelDBusSetProperty", -6, 1)
+    assert.are.equal(-6, v:set("pmSetAll", { op = "enable" }))
+    assert.are.equal(1, #h.calls("ZoVelDBusSetProperty"))
+    assert.are.equal(0, v:set("pmSetAll", { op = "enable" }))
+    assert.are.same({ 1, 1, 1 }, { rules()[1].enable, rules()[2].enable, rules()[3].enable })
+  end)
 end)

@@ -10,12 +10,20 @@ int32_t decimal_value(std::string_view text) {
   while (i < text.size() && isspace(static_cast<unsigned char>(text[i]))) ++i;
   bool negative = false;
   if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+  // As glibc's atoi: strtol's value, saturated at the limits of a long, then cut to int.
+  constexpr uint64_t kLimit = static_cast<uint64_t>(INT64_MAX);
   uint64_t value = 0;
   for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
-    value = value * 10 + static_cast<uint64_t>(text[i] - '0');
+    uint64_t digit = static_cast<uint64_t>(text[i] - '0');
+    value = value > (kLimit + 1 - digit) / 10 ? kLimit + 1 : value * 10 + digit;
   }
-  if (negative) value = 0 - value;
-  return static_cast<int32_t>(static_cast<uint32_t>(value));
+  int64_t wide;
+  if (negative) {
+    wide = value > kLimit ? INT64_MIN : -static_cast<int64_t>(value);
+  } else {
+    wide = value > kLimit ? INT64_MAX : static_cast<int64_t>(value);
+  }
+  return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(wide)));
 }
 
 }  // namespace velconfig

@@ -26,7 +26,7 @@ void copy_text(char (&dest)[N], std::string_view src) {
 }
 
 // Decimal conversion as atoi does it (leading blanks, optional sign, digits; none
-// gives 0), without atoi's undefined behaviour on overflow: the low 32 bits are kept.
+// gives 0); out of range, as glibc's does it, never with undefined behaviour.
 // The view may be a record field without a terminator.
 int32_t decimal_value(std::string_view text);
 inline int32_t decimal_value(const char* text) {

@@ -298,7 +298,9 @@ describe("gwIPs and devType", function()
   end)
 
   local types = { { "13", 13 }, { "", 0 }, { "abc", 0 }, { "  42x", 42 },
-    { string.rep(" ", 40) .. "13", 13 }, { string.rep("0", 40) .. "13", 13 } }
+    { string.rep(" ", 40) .. "13", 13 }, { string.rep("0", 40) .. "13", 13 },
+    -- beyond 32 bits, as glibc's atoi: a long's value, saturated, cut to int
+    { "4294967309", 13 }, { "18446744073709551617", -1 }, { "-9223372036854775809", 0 } }
   for _, c in ipairs(types) do
     it("devType of " .. string.format("%q", c[1]) .. " is " .. c[2], function()
       h.edit_model(function(m) m.device.dev_type = c[1] end)

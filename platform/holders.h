@@ -11,6 +11,7 @@
 #pragma once
 
 #include <glib.h>
+#include <jansson.h>
 #include <stdint.h>
 #include <stdlib.h>
 
@@ -37,8 +38,13 @@ struct VariantUnref {
   }
 };
 
+struct JsonDecref {
+  void operator()(json_t* j) const { json_decref(j); }
+};
+
 using OwnedText = std::unique_ptr<char, GFree>;
 using OwnedVariant = std::unique_ptr<GVariant, VariantUnref>;
+using OwnedJson = std::unique_ptr<json_t, JsonDecref>;
 
 // An array the platform allocated, with the count it reported. Iteration covers
 // only a positive count.
@@ -70,6 +76,10 @@ class PlatformList {
   Record* items_ = nullptr;
   Count count_ = 0;
 };
+
+// The application list is released with free, not g_free.
+template <class Record>
+using FreeList = PlatformList<Record, int32_t, free>;
 
 static_assert(std::is_trivially_destructible_v<PlatformList<char>>, "a longjmp may pass over a PlatformList");
 

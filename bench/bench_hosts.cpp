@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "module/result.h"
 #include "sim/sim.h"
 
 namespace {
@@ -95,47 +96,26 @@ std::vector<Row> rows_of(lua_State* L) {
   return rows;
 }
 
-void put_text(lua_State* L, const char* key, const std::string& value) {
-  lua_pushstring(L, key);
-  lua_pushlstring(L, value.data(), value.size());
-  lua_settable(L, -3);
-}
-
-void put_number(lua_State* L, const char* key, lua_Number value) {
-  lua_pushstring(L, key);
-  lua_pushnumber(L, value);
-  lua_settable(L, -3);
-}
-
-void put_bool(lua_State* L, const char* key, bool value) {
-  lua_pushstring(L, key);
-  lua_pushboolean(L, value);
-  lua_settable(L, -3);
-}
-
-// The floor: the same table, built the same way, from memory.
+// The floor: the same table, built with the module's own helpers, from memory.
 __attribute__((noinline)) void build_floor(lua_State* L, const std::vector<Row>& rows,
                                            const std::string& curip) {
   lua_newtable(L);
   int n = 0;
   for (const Row& r : rows) {
-    char key[32];
-    snprintf(key, sizeof key, "dev%d", ++n);
-    lua_pushstring(L, key);
-    lua_newtable(L);
-    put_text(L, "ip", r.ip);
-    put_text(L, "ipv6", r.ipv6);
-    put_text(L, "type", r.type);
-    put_text(L, "system", r.system);
-    put_text(L, "mac", r.mac);
-    put_number(L, "upSpeed", r.up);
-    put_number(L, "downSpeed", r.down);
-    put_bool(L, "restrict", r.restrict);
-    put_bool(L, "black", r.black);
-    lua_settable(L, -3);
+    velconfig::begin_row(L, "dev%d", ++n);
+    velconfig::set_text(L, "ip", r.ip);
+    velconfig::set_text(L, "ipv6", r.ipv6);
+    velconfig::set_text(L, "type", r.type);
+    velconfig::set_text(L, "system", r.system);
+    velconfig::set_text(L, "mac", r.mac);
+    velconfig::set_number(L, "upSpeed", r.up);
+    velconfig::set_number(L, "downSpeed", r.down);
+    velconfig::set_bool(L, "restrict", r.restrict);
+    velconfig::set_bool(L, "black", r.black);
+    velconfig::end_row(L);
   }
-  put_text(L, "curip", curip);
-  put_number(L, "count", n);
+  velconfig::set_text(L, "curip", curip);
+  velconfig::set_number(L, "count", n);
 }
 
 double seconds_now() {

@@ -61,8 +61,9 @@ int protected_set(lua_State* L) {
 // Runs the protected part with nargs values above it, then ends the call: platform
 // memory released, log closed, and a failure raised. Leaves nresults values.
 void finish_call(lua_State* L, int nargs, int nresults, const Call& call) {
+  size_t mark = call_scope::mark();
   int status = lua_pcall(L, nargs, nresults, 0);
-  call_scope::release_all();
+  call_scope::release_to(mark);
   ZoVelLogClose();
   if (status != 0) lua_error(L);
   if (call.error.kind == PendingError::Kind::kArgument) luaL_argerror(L, -1, call.error.text);

@@ -32,14 +32,17 @@ void release(void* p) {
   for (size_t i = kept_count; i-- > 0;) {
     if (kept[i].pointer == p) {
       kept[i].release(p);
-      kept[i] = kept[--kept_count];
+      for (size_t j = i + 1; j < kept_count; ++j) kept[j - 1] = kept[j];
+      --kept_count;
       return;
     }
   }
 }
 
-void release_all() {
-  while (kept_count > 0) {
+size_t mark() { return kept_count; }
+
+void release_to(size_t mark) {
+  while (kept_count > mark) {
     Kept k = kept[--kept_count];
     k.release(k.pointer);
   }

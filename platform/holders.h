@@ -25,8 +25,11 @@ namespace call_scope {
 // std::length_error when one call keeps more than it should ever need.
 void keep(void* p, void (*release)(void*));
 void release(void* p);
-// Run by the entry points when a call ends.
-void release_all();
+// A call made from inside another (a page's metamethod calling the module again)
+// releases only its own: the entry points take a mark when a call starts and
+// release back to it when the call ends.
+size_t mark();
+void release_to(size_t mark);
 }  // namespace call_scope
 
 struct GFree {

@@ -140,6 +140,16 @@ describe("a Lua error in the middle of a call", function()
     assert.is_true(raised > 0)
   end)
 
+  it("a metamethod that calls the module again leaves the outer call's lists alone", function()
+    local input = setmetatable({}, { __index = function()
+      v:get("ddns")
+      v:get("blackHosts")
+      return "del"
+    end })
+    assert.are.equal(0, v:set("pmSetAll", input))
+    assert.are.equal(0, v:get("pmLists").count)
+  end)
+
   it("passes an error object raised while reading a field on unchanged", function()
     local object = { code = 7 }
     local input = setmetatable({}, { __index = function() error(object) end })

@@ -32,16 +32,16 @@ struct Call {
 };
 
 template <class Body>
-void run_guarded(PendingError* error, Body body) noexcept {
+void run_guarded(PendingError* error, Body body) {
   try {
     body();
   } catch (const LuaArgError& e) {
     error->capture(PendingError::Kind::kArgument, e.what());
   } catch (const std::exception& e) {
     error->capture(PendingError::Kind::kOther, e.what());
-  } catch (...) {
-    error->capture(PendingError::Kind::kOther, "velconfig: unexpected failure");
   }
+  // Nothing else is caught: our code throws only standard exceptions, and under
+  // LuaJIT a Lua error unwinds as a foreign exception that must pass on to lua_pcall.
 }
 
 // Protected part of get: index 1 is the call; the handler pushes one value.

@@ -67,11 +67,7 @@ void get_black_hosts(lua_State* L, const GetArgs&) {
   for (const ZoVelLanHostExt& host : list) {
     if (host.base.internet_access != kBlackListed) continue;
     begin_row(L, "dev%d", ++rows);
-    set_text(L, "ip", field_text(host.base.ipv4));
-    set_text(L, "ipv6", field_text(host.ipv6));
-    set_text(L, "type", field_text(host.base.dev_type));
-    set_text(L, "system", field_text(host.base.system));
-    set_text(L, "mac", field_text(host.base.mac));
+    set_host_fields(L, host);
     end_row(L);
   }
   set_number(L, "count", rows);

@@ -68,11 +68,7 @@ void get_hosts_info(lua_State* L, int32_t filter) {
     const ZoVelLanHost& host = ext.base;
     if (!passes(host, filter)) continue;
     begin_row(L, "dev%d", ++listed);
-    set_text(L, "ip", field_text(host.ipv4));
-    set_text(L, "ipv6", field_text(ext.ipv6));
-    set_text(L, "type", field_text(host.dev_type));
-    set_text(L, "system", field_text(host.system));
-    set_text(L, "mac", field_text(host.mac));
+    set_host_fields(L, ext);
     HostSpeed speed = speeds.speed_of(host);
     set_number(L, "upSpeed", speed.up);
     set_number(L, "downSpeed", speed.down);

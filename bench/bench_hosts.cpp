@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "module/result.h"
+#include "common/result.h"
 #include "sim/sim.h"
 
 namespace {

@@ -1,22 +1,13 @@
-// The two Lua-visible entry points and the shapes of the handlers they route to.
+// The two Lua-visible entry points and the key tables they route by.
 #pragma once
 
 #include <stdint.h>
 
 #include <lua.hpp>
 
+#include "common/handler.h"
+
 namespace velconfig {
-
-// Optional text arguments of get; null when the page did not pass them.
-struct GetArgs {
-  const char* a1;
-  const char* a2;
-};
-
-// A get handler pushes exactly one value.
-using GetHandler = void (*)(lua_State* L, const GetArgs& args);
-// A set handler reads its input from the top of the stack and yields a result code.
-using SetHandler = int32_t (*)(lua_State* L);
 
 struct GetKey {
   const char* key;

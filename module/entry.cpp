@@ -11,8 +11,6 @@
 
 namespace velconfig {
 
-LuaArgError::LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
-
 void PendingError::capture(Kind k, const char* message) {
   kind = k;
   snprintf(text, sizeof text, "%s", message);

@@ -17,21 +17,11 @@
 //  * No exception leaves an extern "C" function or a lua_CFunction.
 #pragma once
 
-#include <exception>
 #include <lua.hpp>
 
+#include "common/lua_error.h"
+
 namespace velconfig {
-
-// luaL_checklstring's complaint about a table field that is not text, to be raised
-// with luaL_argerror from the entry point's own frame.
-class LuaArgError : public std::exception {
- public:
-  explicit LuaArgError(const char* text);
-  const char* what() const noexcept override { return text_; }
-
- private:
-  char text_[128];
-};
 
 // What an entry point keeps of a failed handler after the catch has ended.
 struct PendingError {

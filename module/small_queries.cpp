@@ -3,7 +3,7 @@
 
 #include <string.h>
 
-#include "module/result.h"
+#include "common/result.h"
 #include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"

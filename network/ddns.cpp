@@ -2,8 +2,8 @@
 // platform knows it by its object path.
 #include <string.h>
 
-#include "module/result.h"
-#include "module/table_field.h"
+#include "common/result.h"
+#include "common/table_field.h"
 #include "network/network.h"
 #include "network/object_path.h"
 #include "platform/holders.h"

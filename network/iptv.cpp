@@ -1,8 +1,8 @@
 // "iptv": the IPTV service record, changed field by field and written back whole.
 #include <string.h>
 
-#include "module/result.h"
-#include "module/table_field.h"
+#include "common/result.h"
+#include "common/table_field.h"
 #include "network/network.h"
 #include "platform/text.h"
 #include "platform/zovel.h"

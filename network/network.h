@@ -5,7 +5,7 @@
 
 #include <stdint.h>
 
-#include "module/dispatch.h"
+#include "common/handler.h"
 
 namespace velconfig {
 

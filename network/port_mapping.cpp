@@ -3,8 +3,8 @@
 #include <glib.h>
 #include <string.h>
 
-#include "module/result.h"
-#include "module/table_field.h"
+#include "common/result.h"
+#include "common/table_field.h"
 #include "network/network.h"
 #include "network/object_path.h"
 #include "platform/holders.h"

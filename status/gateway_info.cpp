@@ -2,7 +2,7 @@
 // access-network marks, read from platform records and D-Bus properties.
 #include <string.h>
 
-#include "module/result.h"
+#include "common/result.h"
 #include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"

@@ -2,7 +2,7 @@
 // counts from the snapshot, the service flags and how full each USB disk is.
 #include <string.h>
 
-#include "module/result.h"
+#include "common/result.h"
 #include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"

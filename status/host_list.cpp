@@ -5,7 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "module/result.h"
+#include "common/result.h"
 #include "platform/holders.h"
 #include "platform/seams.h"
 #include "platform/text.h"

@@ -5,7 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "module/result.h"
+#include "common/result.h"
 #include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"

@@ -6,7 +6,7 @@
 
 #include <lua.hpp>
 
-#include "module/dispatch.h"
+#include "common/handler.h"
 #include "platform/records.h"
 
 namespace velconfig {

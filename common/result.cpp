@@ -1,5 +1,5 @@
 // Result table helpers: create, then key, value, lua_settable at -3, as the pages expect.
-#include "module/result.h"
+#include "common/result.h"
 
 #include <stdio.h>
 

@@ -2,13 +2,15 @@
 // that raises, or a value that cannot be indexed, raises as lua_getfield raises; a
 // field that is not text is reported by exception, to be raised by the entry point
 // as luaL_checklstring would.
-#include "module/table_field.h"
+#include "common/table_field.h"
 
 #include <stdio.h>
 
-#include "module/lua_boundary.h"
+#include "common/lua_error.h"
 
 namespace velconfig {
+
+LuaArgError::LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
 
 void read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
   lua_getfield(L, -1, name);

@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "common/result.h"
-#include "platform/holders.h"
+#include "platform/dbus.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 
@@ -18,16 +18,18 @@ constexpr size_t kFirstFieldRoom = 16;
 // strtok skips them. Empty when the property cannot be read.
 bool first_capability_field(char (&field)[kFirstFieldRoom]) {
   GVariant* raw = nullptr;
-  if (ZoVelDBusGetProperty("com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo",
-                           "Capability", &raw) != 0) {
-    OwnedVariant discard(raw);
+  int32_t rc = ZoVelDBusGetProperty(kIgdService, "/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo",
+                                    "Capability", &raw);
+  ScopedVariant value(raw);
+  if (rc != 0) {
+    value.release();
     return false;
   }
-  OwnedVariant value(raw);
   char work[kCapabilityRoom] = {};
-  if (value != nullptr && g_variant_is_of_type(value.get(), G_VARIANT_TYPE_STRING)) {
-    copy_text(work, g_variant_get_string(value.get(), nullptr));
+  if (raw != nullptr && g_variant_is_of_type(raw, G_VARIANT_TYPE_STRING)) {
+    copy_text(work, g_variant_get_string(raw, nullptr));
   }
+  value.release();
   char* saveptr = nullptr;
   const char* first = strtok_r(work, ";", &saveptr);
   copy_text(field, first != nullptr ? first : "");

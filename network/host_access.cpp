@@ -7,6 +7,7 @@
 #include "common/table_field.h"
 #include "network/network.h"
 #include "network/object_path.h"
+#include "platform/dbus.h"
 #include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
@@ -20,7 +21,7 @@ constexpr uint8_t kRestricted = 1;
 constexpr uint8_t kNormal = 2;
 
 int32_t write_access(const ZoVelLanHost& host) {
-  return ZoVelDBusSetProperty("com.zom.igd1", path_text(host.path).text, "com.zom.igd1.LANHost",
+  return ZoVelDBusSetProperty(kIgdService, path_text(host.path).text, "com.zom.igd1.LANHost",
                               "InternetAccess", g_variant_new_byte(host.internet_access));
 }
 

@@ -6,16 +6,14 @@
 #include "common/result.h"
 #include "common/table_field.h"
 #include "network/network.h"
-#include "platform/holders.h"
+#include "platform/dbus.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 
 namespace velconfig {
 namespace {
 
-constexpr const char* kService = "com.zom.igd1";
-constexpr const char* kDhcpPath = "/com/zom/igd1/Config/DHCPServer";
-constexpr const char* kDhcpInterface = "com.zom.igd1.DHCPServer";
+const DBusObject kDhcpServer = {kIgdService, "/com/zom/igd1/Config/DHCPServer", "com.zom.igd1.DHCPServer"};
 
 // GVariant strings must be UTF-8: a text cut inside a character at its capacity (or
 // not UTF-8 at all) is sent up to its last whole character instead of being refused.
@@ -24,10 +22,6 @@ const char* utf8_prefix(char (&text)[N]) {
   const char* end = nullptr;
   if (!g_utf8_validate(text, -1, &end)) text[end - text] = '\0';
   return text;
-}
-
-void add_text(GVariantBuilder* builder, const char* name, const char* value) {
-  g_variant_builder_add(builder, "{sv}", name, g_variant_new_string(value));
 }
 
 }  // namespace
@@ -67,19 +61,15 @@ int32_t set_lan(lua_State* L) {
     read_field(L, "subnetMask", subnet_mask);
   }
 
-  // Every field is read before the builder exists, so a raising read leaks nothing.
-  GVariantBuilder builder;
-  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+  PropertyWrite write;
   if (enable) {
-    add_text(&builder, "MinAddress", utf8_prefix(pool_start));
-    add_text(&builder, "MaxAddress", utf8_prefix(pool_end));
-    add_text(&builder, "SubnetMask", utf8_prefix(subnet_mask));
+    write.add_text("MinAddress", utf8_prefix(pool_start));
+    write.add_text("MaxAddress", utf8_prefix(pool_end));
+    write.add_text("SubnetMask", utf8_prefix(subnet_mask));
   }
-  g_variant_builder_add(&builder, "{sv}", "Enable", g_variant_new_boolean(enable));
-  add_text(&builder, "IPAddr", lan_ip);
-  OwnedVariant dictionary(g_variant_ref_sink(g_variant_builder_end(&builder)));
-
-  int32_t code = ZoVelDBusSetMultiProperty(kService, kDhcpPath, kDhcpInterface, dictionary.get());
+  write.add_bool("Enable", enable);
+  write.add_text("IPAddr", lan_ip);
+  int32_t code = write.send(kDhcpServer);
   if (code != 0) return code;
   return moved ? 2 : 0;
 }

@@ -7,6 +7,7 @@
 #include "common/table_field.h"
 #include "network/network.h"
 #include "network/object_path.h"
+#include "platform/dbus.h"
 #include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
@@ -17,7 +18,7 @@ namespace {
 using RuleList = PlatformList<ZoVelPortMapping>;
 
 int32_t set_rule_enable(const ZoVelPortMapping& rule, bool on) {
-  return ZoVelDBusSetProperty("com.zom.igd1", path_text(rule.path).text, "com.zom.igd1.PortMapping", "Enable",
+  return ZoVelDBusSetProperty(kIgdService, path_text(rule.path).text, "com.zom.igd1.PortMapping", "Enable",
                               g_variant_new_boolean(on));
 }
 

@@ -1,52 +1,112 @@
-// The call scope: what the platform handed over during one get or set call.
+// The call scope: a per-thread stack of what must be released when a call ends.
 #include "platform/holders.h"
 
-#include <stdexcept>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <new>
+#include <vector>
 
 namespace velconfig {
 namespace call_scope {
 namespace {
 
+// A kept pointer with its release function, or a descriptor or child process, which
+// have no pointer to carry them: their number rides in `number`.
 struct Kept {
+  enum class Kind : uint8_t { kPointer, kDescriptor, kChild };
+  Kind kind;
   void* pointer;
   void (*release)(void*);
+  long number;
 };
 
-// A handler holds a few lists at a time; one call never needs more.
-constexpr size_t kRoom = 32;
-Kept kept[kRoom];
-size_t kept_count = 0;
+thread_local std::vector<Kept> kept;
 
-}  // namespace
-
-void keep(void* p, void (*release)(void*)) {
-  if (kept_count == kRoom) {
-    release(p);
-    throw std::length_error("velconfig: too many platform lists in one call");
+void release_entry(const Kept& k) noexcept {
+  switch (k.kind) {
+    case Kept::Kind::kPointer:
+      k.release(k.pointer);
+      break;
+    case Kept::Kind::kDescriptor:
+      close(static_cast<int>(k.number));
+      break;
+    case Kept::Kind::kChild: {
+      pid_t pid = static_cast<pid_t>(k.number);
+      kill(pid, SIGKILL);
+      while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+      }
+      break;
+    }
   }
-  kept[kept_count++] = Kept{p, release};
 }
 
-void release(void* p) {
-  if (p == nullptr) return;
-  for (size_t i = kept_count; i-- > 0;) {
-    if (kept[i].pointer == p) {
-      kept[i].release(p);
-      for (size_t j = i + 1; j < kept_count; ++j) kept[j - 1] = kept[j];
-      --kept_count;
+// Appends k; when the stack cannot grow, releases k's resource and rethrows.
+void push(const Kept& k) {
+  try {
+    kept.push_back(k);
+  } catch (...) {
+    release_entry(k);
+    throw;
+  }
+}
+
+// Removes the newest entry matching kind and number/pointer; releases it if asked.
+void remove(Kept::Kind kind, void* pointer, long number, bool run_release) {
+  for (size_t i = kept.size(); i-- > 0;) {
+    const Kept& k = kept[i];
+    if (k.kind == kind && k.pointer == pointer && k.number == number) {
+      Kept found = k;
+      kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(i));
+      if (run_release) release_entry(found);
       return;
     }
   }
 }
 
-size_t mark() { return kept_count; }
+}  // namespace
 
-void release_to(size_t mark) {
-  while (kept_count > mark) {
-    Kept k = kept[--kept_count];
-    k.release(k.pointer);
+void keep(void* p, void (*release)(void*)) {
+  if (p != nullptr) push(Kept{Kept::Kind::kPointer, p, release, 0});
+}
+
+void release(void* p) {
+  if (p == nullptr) return;
+  for (size_t i = kept.size(); i-- > 0;) {
+    if (kept[i].kind == Kept::Kind::kPointer && kept[i].pointer == p) {
+      Kept found = kept[i];
+      kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(i));
+      release_entry(found);
+      return;
+    }
   }
 }
+
+void keep_descriptor(int fd) {
+  if (fd >= 0) push(Kept{Kept::Kind::kDescriptor, nullptr, nullptr, fd});
+}
+void release_descriptor(int fd) { remove(Kept::Kind::kDescriptor, nullptr, fd, true); }
+
+void keep_child(pid_t pid) {
+  if (pid > 0) push(Kept{Kept::Kind::kChild, nullptr, nullptr, pid});
+}
+void forget_child(pid_t pid) { remove(Kept::Kind::kChild, nullptr, pid, false); }
+void release_child(pid_t pid) { remove(Kept::Kind::kChild, nullptr, pid, true); }
+
+size_t mark() noexcept { return kept.size(); }
+
+void release_to(size_t mark) noexcept {
+  // Newest first: a child is reaped before the pipe it writes to is closed.
+  while (kept.size() > mark) {
+    Kept k = kept.back();
+    kept.pop_back();
+    release_entry(k);
+  }
+}
+
+size_t size() noexcept { return kept.size(); }
 
 }  // namespace call_scope
 }  // namespace velconfig

@@ -1,53 +1,85 @@
-// Owners for memory the platform hands over: arrays (g_free, or free for the
-// application list), GVariant references and texts.
+// One ownership rule for everything the platform or the system hands over: platform
+// arrays, GVariants, Jansson documents, GLib texts, descriptors and child processes.
 //
-// A Lua error raised while a handler builds its result (out of memory, or an error
-// from a __gc metamethod that an allocation ran) longjmps past the handler's
-// frames and would skip destructors. So a list that is held while Lua values are
-// pushed is a trivially destructible handle whose array is kept in the call's
-// scope: released by release(), or by the entry point when the call ends, however
-// it ends. OwnedVariant and OwnedText have destructors and are for spans of code
-// that call nothing in Lua.
+// Each of them is kept in the call scope the moment it arrives, and the handle the
+// code holds is trivially destructible. The scope is a stack of release entries
+// with no fixed size. Whoever starts a call takes a mark and releases back to it
+// when the call ends, however it ends:
+//  * get and set, around the protected handler call (module/entry.cpp), so a Lua
+//    error that longjmps over the handler's frames skips no destructor and leaks
+//    nothing;
+//  * a C function exported to other programs, through guarded_c_call, which also
+//    keeps every exception inside.
+// A handle may give its resource back early with release(); the entry then leaves
+// the scope. Nested calls (a page's metamethod calling the module again) release
+// only their own entries. The scope is per thread, so programs calling the exported
+// function from several threads do not share it.
 #pragma once
 
 #include <glib.h>
 #include <jansson.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <sys/types.h>
 
-#include <memory>
 #include <type_traits>
 
 namespace velconfig {
 
 namespace call_scope {
-// Keeps p until release(p) or the end of the call. Releases p at once and throws
-// std::length_error when one call keeps more than it should ever need.
+// Keeps p until release(p) or the end of the call. When the scope cannot grow, p is
+// released at once and std::bad_alloc is thrown. A null p is not kept.
 void keep(void* p, void (*release)(void*));
+// Releases p now if it is kept; otherwise does nothing.
 void release(void* p);
-// A call made from inside another (a page's metamethod calling the module again)
-// releases only its own: the entry points take a mark when a call starts and
-// release back to it when the call ends.
-size_t mark();
-void release_to(size_t mark);
+// A descriptor, closed when released.
+void keep_descriptor(int fd);
+void release_descriptor(int fd);
+// A child process, killed and reaped when released before it was waited for.
+void keep_child(pid_t pid);
+// Forgets a child that has been reaped, so it is not signalled later.
+void forget_child(pid_t pid);
+void release_child(pid_t pid);
+
+size_t mark() noexcept;
+void release_to(size_t mark) noexcept;
+// Entries kept by this thread (for tests of the rule).
+size_t size() noexcept;
 }  // namespace call_scope
 
-struct GFree {
-  void operator()(void* p) const { g_free(p); }
-};
-struct VariantUnref {
-  void operator()(GVariant* v) const {
-    if (v != nullptr) g_variant_unref(v);
+// A pointer the scope releases with Free. Trivially destructible.
+template <class T, void (*Free)(T*)>
+class Scoped {
+ public:
+  Scoped() = default;
+  explicit Scoped(T* p) { adopt(p); }
+  // Takes over p (which may be null); the handle must not hold anything yet.
+  T* adopt(T* p) {
+    p_ = p;
+    call_scope::keep(p, [](void* q) { Free(static_cast<T*>(q)); });
+    return p;
   }
+  void release() {
+    call_scope::release(p_);
+    p_ = nullptr;
+  }
+  T* get() const { return p_; }
+  explicit operator bool() const { return p_ != nullptr; }
+
+ private:
+  T* p_ = nullptr;
 };
 
-struct JsonDecref {
-  void operator()(json_t* j) const { json_decref(j); }
-};
+namespace release_fn {
+inline void text(char* p) { g_free(p); }
+inline void json(json_t* p) { json_decref(p); }
+inline void builder(GVariantBuilder* p) { g_variant_builder_unref(p); }
+}  // namespace release_fn
 
-using OwnedText = std::unique_ptr<char, GFree>;
-using OwnedVariant = std::unique_ptr<GVariant, VariantUnref>;
-using OwnedJson = std::unique_ptr<json_t, JsonDecref>;
+using ScopedVariant = Scoped<GVariant, g_variant_unref>;
+using ScopedText = Scoped<char, release_fn::text>;
+using ScopedJson = Scoped<json_t, release_fn::json>;
+using ScopedBuilder = Scoped<GVariantBuilder, release_fn::builder>;
 
 // An array the platform allocated, with the count it reported. Iteration covers
 // only a positive count.
@@ -85,5 +117,21 @@ template <class Record>
 using FreeList = PlatformList<Record, int32_t, free>;
 
 static_assert(std::is_trivially_destructible_v<PlatformList<char>>, "a longjmp may pass over a PlatformList");
+static_assert(std::is_trivially_destructible_v<ScopedVariant>, "a longjmp may pass over a ScopedVariant");
+
+// Runs body for a C caller outside any Lua call: everything body keeps is released
+// when it returns, and an exception becomes the failure result. Never throws.
+template <class Body>
+int32_t guarded_c_call(int32_t failure, Body body) noexcept {
+  size_t mark = call_scope::mark();
+  int32_t rc = failure;
+  try {
+    rc = body();
+  } catch (...) {
+    rc = failure;
+  }
+  call_scope::release_to(mark);
+  return rc;
+}
 
 }  // namespace velconfig

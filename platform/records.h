@@ -215,6 +215,8 @@ typedef struct ZoVelEasymeshConfig {
 
 // Where the instance number text starts inside an object path or USB identity block.
 constexpr size_t kInstanceNumberOffset = 34;
+// The USB device class of a mass-storage device (a disk).
+constexpr uint16_t kMassStorageClass = 8;
 
 #define VELCONFIG_CHECK_FIELD(rec, field, off) \
   static_assert(offsetof(rec, field) == (off), #rec "." #field " must sit at byte " #off)

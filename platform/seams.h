@@ -1,5 +1,6 @@
-// The two places where the gateway build and the simulator build differ besides the
-// platform library they link: where files live, and the wall clock.
+// Where the gateway build and the simulator build differ besides the platform
+// library they link. Each is chosen at link time: platform/seams_gateway.cpp or
+// platform/seams_sim.cpp.
 #pragma once
 
 #include <stddef.h>
@@ -10,8 +11,26 @@ namespace velconfig {
 // Seconds since the epoch.
 int64_t wall_clock_now();
 
+// Milliseconds on a clock that never goes back, for time-outs.
+int64_t monotonic_ms();
+
+// Waits the given number of seconds (the simulator, with its clock pinned, moves
+// the clock on instead).
+void sleep_seconds(unsigned seconds);
+
 // Writes into out where the gateway file at path (for example "/tmp/lanhostsrate")
 // lives in this build. False when it does not fit into cap characters.
 bool gateway_file_path(const char* path, char* out, size_t cap);
+
+// The program that runs the command called name ("uci"): a path, or name itself to
+// be searched on PATH. False when it does not fit into cap characters.
+bool command_program(const char* name, char* out, size_t cap);
+
+// The environment commands run with.
+char* const* command_environment();
+
+// The address of the cloud client's socket, given the gateway's LAN IPv4 address.
+// False when it does not fit into cap characters.
+bool cloud_client_host(const char* lan_ipv4, char* out, size_t cap);
 
 }  // namespace velconfig

@@ -1,7 +1,10 @@
-// Simulator build: files live below the simulator's file root and the clock is the
-// simulator's, which tests can pin.
+// Simulator build: files live below the simulator's file root, the clocks and the
+// sleep are the simulator's (tests pin and move them), commands are the project's
+// own tools with the file root in their environment, and the cloud client listens
+// on the loopback address.
 #include <glib.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "platform/seams.h"
 #include "sim/sim_seams.h"
@@ -9,6 +12,10 @@
 namespace velconfig {
 
 int64_t wall_clock_now() { return velconfig_sim_now(); }
+
+int64_t monotonic_ms() { return velconfig_sim_monotonic_ms(); }
+
+void sleep_seconds(unsigned seconds) { velconfig_sim_sleep(seconds); }
 
 bool gateway_file_path(const char* path, char* out, size_t cap) {
   int n = snprintf(out, cap, "%s%s", velconfig_sim_file_root(), path);
@@ -18,6 +25,24 @@ bool gateway_file_path(const char* path, char* out, size_t cap) {
   if (!g_file_test(folder, G_FILE_TEST_IS_DIR)) g_mkdir_with_parents(folder, 0700);
   g_free(folder);
   return true;
+}
+
+bool command_program(const char* name, char* out, size_t cap) {
+  const char* tools = velconfig_sim_tools_dir();
+  int n = snprintf(out, cap, "%s/%s", tools, name);
+  if (n >= 0 && static_cast<size_t>(n) < cap && strchr(name, '/') == nullptr &&
+      g_file_test(out, G_FILE_TEST_IS_EXECUTABLE)) {
+    return true;
+  }
+  n = snprintf(out, cap, "%s", name);
+  return n >= 0 && static_cast<size_t>(n) < cap;
+}
+
+char* const* command_environment() { return velconfig_sim_command_environment(); }
+
+bool cloud_client_host(const char*, char* out, size_t cap) {
+  int n = snprintf(out, cap, "%s", "127.0.0.1");
+  return n >= 0 && static_cast<size_t>(n) < cap;
 }
 
 }  // namespace velconfig

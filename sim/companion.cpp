@@ -6,6 +6,7 @@
 #include <lua.hpp>
 #include <string>
 
+#include "sim/files.h"
 #include "sim/sim.h"
 
 namespace {
@@ -180,6 +181,26 @@ int l_log_to_stderr(lua_State* L) {
   return 0;
 }
 
+int l_set_tools_dir(lua_State* L) {
+  velsim::set_tools_dir(luaL_checkstring(L, 1));
+  return 0;
+}
+
+int l_tools_dir(lua_State* L) {
+  lua_pushstring(L, velsim::tools_dir());
+  return 1;
+}
+
+int l_advance_monotonic(lua_State* L) {
+  velsim::advance_monotonic(static_cast<int64_t>(luaL_checknumber(L, 1)));
+  return 0;
+}
+
+int l_seconds_slept(lua_State* L) {
+  lua_pushnumber(L, static_cast<lua_Number>(velsim::seconds_slept()));
+  return 1;
+}
+
 const luaL_Reg kFunctions[] = {
     {"reset", l_reset},
     {"load_model", l_load_model},
@@ -199,6 +220,10 @@ const luaL_Reg kFunctions[] = {
     {"set_root", l_set_root},
     {"root", l_root},
     {"log_to_stderr", l_log_to_stderr},
+    {"set_tools_dir", l_set_tools_dir},
+    {"tools_dir", l_tools_dir},
+    {"advance_monotonic", l_advance_monotonic},
+    {"seconds_slept", l_seconds_slept},
     {nullptr, nullptr},
 };
 

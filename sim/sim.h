@@ -27,6 +27,7 @@ bool use_state_file(const std::string& path, std::string* reason);
 int64_t now();
 void pin_clock(int64_t t);
 void unpin_clock();
+bool clock_pinned();
 // Seconds the model's time-dependent figures have run since they were true.
 int64_t elapsed();
 // Folds the elapsed time into the figures, so that base becomes now.

@@ -1,4 +1,4 @@
-// What the simulator offers the module's two seams (clock and file root).
+// What the simulator offers the module's seams (clocks, sleep, file root, commands).
 #pragma once
 
 #include <stdint.h>
@@ -9,8 +9,17 @@ extern "C" {
 
 // Seconds since the epoch: the pinned time when tests pinned it, else the system's.
 int64_t velconfig_sim_now(void);
+// The monotonic clock in milliseconds, plus whatever tests moved it on by.
+int64_t velconfig_sim_monotonic_ms(void);
+// Sleeps; with the clock pinned, moves the pinned clock on instead (tests never wait).
+void velconfig_sim_sleep(unsigned seconds);
 // Directory that stands for the gateway's "/" for the files the module reads and writes.
 const char* velconfig_sim_file_root(void);
+// Directory of the project's own command-line tools (the PC's "uci"), tried before PATH.
+const char* velconfig_sim_tools_dir(void);
+// This process's environment with VELCONFIG_ROOT set to the file root and the tools
+// directory first on PATH. Valid until the next call from the same thread.
+char* const* velconfig_sim_command_environment(void);
 
 #ifdef __cplusplus
 }

@@ -157,6 +157,8 @@ void pin_clock(int64_t t) {
 
 void unpin_clock() { state().pinned = false; }
 
+bool clock_pinned() { return state().pinned; }
+
 int64_t elapsed() {
   json_t* time_obj = json_object_get(model(), "time");
   int64_t base = json_integer_value(json_object_get(time_obj, "base"));

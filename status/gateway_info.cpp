@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "common/result.h"
-#include "platform/holders.h"
+#include "platform/dbus.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 #include "status/status.h"
@@ -11,7 +11,6 @@
 namespace velconfig {
 namespace {
 
-constexpr const char* kService = "com.zom.igd1";
 constexpr const char* kDevicePath = "/com/zom/igd1/Info/Device";
 constexpr size_t kTextRoom = 64;     // at most 63 characters kept
 constexpr size_t kAddressRoom = 63;  // at most 62 characters kept
@@ -24,29 +23,16 @@ struct AccessSign {
   char nasn[kTextRoom];
 };
 
-// A property value of the given type, or null (and nothing to release) otherwise.
-OwnedVariant read_property(const char* path, const char* interface, const char* name,
-                           const GVariantType* type) {
-  GVariant* raw = nullptr;
-  int32_t rc = ZoVelDBusGetProperty(kService, path, interface, name, &raw);
-  OwnedVariant value(raw);
-  if (rc != 0 || value == nullptr || !g_variant_is_of_type(value.get(), type)) return nullptr;
-  return value;
-}
-
 void read_access_sign(AccessSign* sign) {
   memset(sign, 0, sizeof *sign);
-  GVariant* raw = nullptr;
-  int32_t rc = ZoVelDBusGetAllProperty(kService, kDevicePath, "com.zom.igd1.NetworkAccessSign", &raw);
-  OwnedVariant all(raw);
-  if (rc != 0 || all == nullptr || !g_variant_is_of_type(all.get(), G_VARIANT_TYPE("a{sv}"))) return;
+  ScopedVariant all = read_all_properties({kIgdService, kDevicePath, "com.zom.igd1.NetworkAccessSign"});
+  if (!all) return;
   copy_text(sign->path, kDevicePath);
   GVariantIter iter;
   g_variant_iter_init(&iter, all.get());
   const char* name = nullptr;
   GVariant* item = nullptr;
   while (g_variant_iter_next(&iter, "{&sv}", &name, &item)) {
-    OwnedVariant value(item);
     if (strcmp(name, "MarkType") == 0 && g_variant_is_of_type(item, G_VARIANT_TYPE_BYTE)) {
       sign->mark_type = g_variant_get_byte(item);
     } else if (strcmp(name, "DeviceModel") == 0 && g_variant_is_of_type(item, G_VARIANT_TYPE_STRING)) {
@@ -54,14 +40,17 @@ void read_access_sign(AccessSign* sign) {
     } else if (strcmp(name, "NASN") == 0 && g_variant_is_of_type(item, G_VARIANT_TYPE_STRING)) {
       copy_text(sign->nasn, g_variant_get_string(item, nullptr));
     }
+    g_variant_unref(item);
   }
+  all.release();
 }
 
 // "DualBand", false when it cannot be read.
 bool read_dual_band() {
-  OwnedVariant band =
-      read_property("/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo", "DualBand", G_VARIANT_TYPE_BOOLEAN);
-  return band != nullptr && g_variant_get_boolean(band.get()) != FALSE;
+  bool dual_band = false;
+  read_bool_property({kIgdService, "/com/zom/igd1/Info/WiFi", "com.zom.igd1.WiFiInfo"}, "DualBand",
+                     &dual_band);
+  return dual_band;
 }
 
 // The first SSIDs of the two radios ("2.4G-1", and "5G-1" on a dual-band gateway),
@@ -111,9 +100,10 @@ void get_gw_info(lua_State* L, bool all) {
   }
 
   {
-    OwnedVariant type =
-        read_property(kDevicePath, "com.zom.igd1.DeviceInfo", "DevType2", G_VARIANT_TYPE_STRING);
-    if (type != nullptr) copy_text(dev_type, g_variant_get_string(type.get(), nullptr));
+    ScopedVariant type = read_property({kIgdService, kDevicePath, "com.zom.igd1.DeviceInfo"}, "DevType2",
+                                       G_VARIANT_TYPE_STRING);
+    if (type) copy_text(dev_type, g_variant_get_string(type.get(), nullptr));
+    type.release();
   }
   set_text(L, "DevType", dev_type);
 

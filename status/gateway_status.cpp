@@ -3,7 +3,7 @@
 #include <string.h>
 
 #include "common/result.h"
-#include "platform/holders.h"
+#include "platform/dbus.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 #include "status/status.h"
@@ -11,16 +11,12 @@
 namespace velconfig {
 namespace {
 
-constexpr uint16_t kMassStorageClass = 8;
-
 // "PPPOEDuration", or 0 when it cannot be read.
 uint32_t pppoe_duration() {
-  GVariant* raw = nullptr;
-  int32_t rc = ZoVelDBusGetProperty("com.zom.igd1", "/com/zom/igd1/Info/Network", "com.zom.igd1.NetworkInfo",
-                                    "PPPOEDuration", &raw);
-  OwnedVariant value(raw);
-  if (rc != 0 || value == nullptr || !g_variant_is_of_type(value.get(), G_VARIANT_TYPE_UINT32)) return 0;
-  return g_variant_get_uint32(value.get());
+  uint32_t duration = 0;
+  read_uint32_property({kIgdService, "/com/zom/igd1/Info/Network", "com.zom.igd1.NetworkInfo"},
+                       "PPPOEDuration", &duration);
+  return duration;
 }
 
 void snapshot_counts(lua_State* L) {

@@ -19,7 +19,6 @@ namespace {
 constexpr int32_t kIptvRecordDeviceType = 13;
 constexpr int32_t kLoidRegistered = 200;
 constexpr int32_t kLoidRegisteredToo = 203;
-constexpr uint16_t kMassStorageClass = 8;
 constexpr size_t kStorageNameRoom = 136;
 
 bool is_one_of(std::string_view type, std::initializer_list<const char*> names) {

@@ -1,4 +1,5 @@
 // "reboot", "restore" and "fwrestore": single requests; nothing waits for the action.
+#include "platform/dbus.h"
 #include "platform/zovel.h"
 #include "system/system.h"
 
@@ -13,7 +14,7 @@ int32_t set_restore(lua_State*) {
 
 int32_t set_fwrestore(lua_State*) {
   ZoVelLog(kLogNotice, "Framework do restore.");
-  ZoVelDBusCallMethod("com.zom.saf1", "/com/zom/saf1", "com.zom.saf1.framework", "Restore", nullptr, nullptr,
+  ZoVelDBusCallMethod(kSafService, "/com/zom/saf1", "com.zom.saf1.framework", "Restore", nullptr, nullptr,
                       -1);
   return 0;
 }

@@ -1,0 +1,145 @@
+// The simulator's side of the module's process and time seams: the monotonic clock
+// and the sleep tests can control, the tools directory, the commands' environment,
+// and the confinement of gateway paths to the file root.
+#include <glib.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "sim/files.h"
+#include "sim/sim.h"
+#include "sim/sim_seams.h"
+
+extern char** environ;
+
+namespace velsim {
+namespace {
+
+struct Env {
+  int64_t monotonic_offset = 0;
+  int64_t slept = 0;
+  std::string tools_dir;
+};
+
+Env& env() {
+  static Env e;
+  return e;
+}
+
+// A path's components with "." and empty ones dropped; false on "..".
+bool plain_components(const std::string& path, std::vector<std::string>* out) {
+  gchar** parts = g_strsplit(path.c_str(), "/", -1);
+  bool plain = true;
+  for (gchar** p = parts; *p != nullptr; ++p) {
+    if (**p == '\0' || strcmp(*p, ".") == 0) continue;
+    if (strcmp(*p, "..") == 0) plain = false;
+    out->emplace_back(*p);
+  }
+  g_strfreev(parts);
+  return plain;
+}
+
+// The real path of host_path: its deepest existing ancestor resolved (symbolic links
+// followed), the rest appended as it is.
+bool resolve(const std::string& host_path, std::string* out) {
+  std::vector<std::string> parts;
+  if (!plain_components(host_path, &parts)) return false;
+  size_t existing = parts.size();
+  for (;;) {
+    std::string prefix;
+    for (size_t i = 0; i < existing; ++i) prefix += "/" + parts[i];
+    if (prefix.empty()) prefix = "/";
+    char* real = realpath(prefix.c_str(), nullptr);
+    if (real != nullptr) {
+      std::string result = real;
+      free(real);
+      for (size_t i = existing; i < parts.size(); ++i) result += (result == "/" ? "" : "/") + parts[i];
+      *out = result;
+      return true;
+    }
+    if (existing == 0) return false;
+    --existing;
+  }
+}
+
+bool within(const std::string& path, const std::string& folder) {
+  if (path == folder) return true;
+  std::string prefix = folder == "/" ? folder : folder + "/";
+  return path.compare(0, prefix.size(), prefix) == 0;
+}
+
+}  // namespace
+
+bool confined_path(const char* gateway_path, const char* gateway_boundary, std::string* out) {
+  if (gateway_path == nullptr || gateway_boundary == nullptr || gateway_path[0] != '/') return false;
+  std::string root;
+  if (!resolve(file_root(), &root)) return false;
+  std::string boundary;
+  std::string path;
+  if (!resolve(std::string(file_root()) + "/" + gateway_boundary, &boundary) ||
+      !resolve(std::string(file_root()) + "/" + gateway_path, &path)) {
+    return false;
+  }
+  if (!within(boundary, root) || !within(path, boundary)) return false;
+  *out = path;
+  return true;
+}
+
+const char* tools_dir() {
+  Env& e = env();
+  if (e.tools_dir.empty()) {
+    const char* from_env = getenv("VELCONFIG_TOOLS_DIR");
+    e.tools_dir = from_env != nullptr && *from_env != '\0' ? from_env : VELCONFIG_SIM_TOOLS_DIR;
+  }
+  return e.tools_dir.c_str();
+}
+
+void set_tools_dir(const std::string& dir) { env().tools_dir = dir; }
+
+void advance_monotonic(int64_t ms) { env().monotonic_offset += ms; }
+
+int64_t seconds_slept() { return env().slept; }
+
+}  // namespace velsim
+
+extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_monotonic_ms(void) {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000 + velsim::env().monotonic_offset;
+}
+
+extern "C" __attribute__((visibility("default"))) void velconfig_sim_sleep(unsigned seconds) {
+  velsim::env().slept += seconds;
+  if (velsim::clock_pinned()) {
+    velsim::pin_clock(velsim::plus_seconds(velsim::now(), seconds));
+    velsim::advance_monotonic(static_cast<int64_t>(seconds) * 1000);
+  } else {
+    sleep(seconds);
+  }
+}
+
+extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_tools_dir(void) {
+  return velsim::tools_dir();
+}
+
+extern "C" __attribute__((visibility("default"))) char* const* velconfig_sim_command_environment(void) {
+  static thread_local std::vector<std::string> texts;
+  static thread_local std::vector<char*> pointers;
+  texts.clear();
+  pointers.clear();
+  std::string path = std::string("PATH=") + velsim::tools_dir();
+  const char* host_path = getenv("PATH");
+  path += std::string(":") + (host_path != nullptr ? host_path : "/usr/bin:/bin");
+  texts.push_back(path);
+  texts.push_back(std::string("VELCONFIG_ROOT=") + velsim::file_root());
+  for (char** e = environ; *e != nullptr; ++e) {
+    if (strncmp(*e, "PATH=", 5) != 0 && strncmp(*e, "VELCONFIG_ROOT=", 15) != 0) texts.emplace_back(*e);
+  }
+  for (std::string& t : texts) pointers.push_back(t.data());
+  pointers.push_back(nullptr);
+  return pointers.data();
+}

@@ -1,0 +1,214 @@
+// Checks of the ownership rule, the command runner and the simulator's seams, run
+// outside any Lua call the way a C program calling the exported function runs.
+#include <dirent.h>
+#include <glib.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "platform/dbus.h"
+#include "platform/holders.h"
+#include "platform/plugin.h"
+#include "platform/process.h"
+#include "platform/seams.h"
+#include "platform/zovel.h"
+#include "sim/files.h"
+#include "sim/sim.h"
+
+namespace {
+
+int failures = 0;
+
+#define CHECK(cond)                                                            \
+  do {                                                                         \
+    if (!(cond)) {                                                             \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+      ++failures;                                                              \
+    }                                                                          \
+  } while (0)
+
+using namespace velconfig;
+
+int open_descriptors() {
+  int n = 0;
+  DIR* d = opendir("/proc/self/fd");
+  if (d == nullptr) return -1;
+  while (readdir(d) != nullptr) ++n;
+  closedir(d);
+  return n;
+}
+
+void write_script(const std::string& path, const char* body) {
+  FILE* f = fopen(path.c_str(), "w");
+  fprintf(f, "#!/bin/sh\n%s\n", body);
+  fclose(f);
+  chmod(path.c_str(), 0755);
+}
+
+// Everything kept is released by the end of the call, on every path.
+void check_scope(const std::string& tools) {
+  int fds = open_descriptors();
+  size_t before = call_scope::size();
+  for (int i = 0; i < 10000; ++i) {
+    int32_t rc = guarded_c_call(-1, [&]() -> int32_t {
+      PlatformList<ZoVelDdnsServer> servers;
+      servers.fill(ZoVelGetDDNSServerObjs);
+      ScopedVariant v(g_variant_ref_sink(g_variant_new_string("kept")));
+      ScopedJson doc(json_loads("{\"a\":[1,2,3]}", 0, nullptr));
+      ScopedText text(g_strdup("text"));
+      int fd = dup(0);
+      call_scope::keep_descriptor(fd);
+      for (int j = 0; j < 40; ++j) ScopedText more(g_strdup_printf("%d", j));  // more than any fixed room
+      if (i % 2 == 1) throw std::runtime_error("half-way");
+      return servers.reported() >= 0 ? 0 : 1;
+    });
+    CHECK(rc == (i % 2 == 1 ? -1 : 0));
+    if (rc != (i % 2 == 1 ? -1 : 0)) break;
+  }
+  CHECK(call_scope::size() == before);
+  CHECK(open_descriptors() == fds);
+
+  // Nested calls release only their own.
+  guarded_c_call(-1, [&]() -> int32_t {
+    ScopedText outer(g_strdup("outer"));
+    size_t mark = call_scope::size();
+    guarded_c_call(-1, [&]() -> int32_t {
+      ScopedText inner(g_strdup("inner"));
+      return 0;
+    });
+    CHECK(call_scope::size() == mark);
+    CHECK(strcmp(outer.get(), "outer") == 0);
+    return 0;
+  });
+
+  // A command cut off half-way is killed and reaped with its pipe closed.
+  write_script(tools + "/sleeper", "echo started; exec sleep 30");
+  for (int i = 0; i < 3; ++i) {
+    guarded_c_call(-1, [&]() -> int32_t {
+      const char* argv[] = {"sleeper", nullptr};
+      char line[32];
+      CHECK(run_command_line(argv, line, sizeof line, 150) == kCommandFailed);
+      CHECK(strcmp(line, "started") == 0);
+      return 0;
+    });
+  }
+  CHECK(open_descriptors() == fds);
+  CHECK(call_scope::size() == before);
+}
+
+void check_runner(const std::string& tools, const std::string& root) {
+  char line[16];
+  write_script(tools + "/uci", "echo \"$VELCONFIG_ROOT|$1|$2\"; exit 3");
+  const char* with_blank[] = {"uci", "get", "a b;$(x)", nullptr};
+  char long_line[512];
+  CHECK(run_command_line(with_blank, long_line, sizeof long_line, 5000) == 3);
+  CHECK(std::string(long_line) == root + "|get|a b;$(x)");  // arguments reach it untouched, no shell
+
+  CHECK(run_command_line(with_blank, line, sizeof line, 5000) == 3);
+  CHECK(strlen(line) == sizeof line - 1);  // cut, terminated
+
+  write_script(tools + "/chatty", "printf 'first\\r\\nsecond\\n'; head -c 1048576 /dev/zero; exit 0");
+  const char* chatty[] = {"chatty", nullptr};
+  CHECK(run_command_line(chatty, line, sizeof line, 10000) == 0);
+  CHECK(strcmp(line, "first") == 0);
+
+  const char* missing[] = {"no-such-command-velconfig", nullptr};
+  CHECK(run_command(missing, 1000) != 0);
+  const char* empty[] = {nullptr};
+  CHECK(run_command(empty, 1000) == kCommandFailed);
+
+  // Found on PATH when the project has no tool of that name.
+  const char* on_path[] = {"true", nullptr};
+  CHECK(run_command(on_path, 5000) == 0);
+}
+
+void check_sim_seams(const std::string& root) {
+  // Sleeping with the clock pinned moves the clock, not the test.
+  velsim::pin_clock(1000);
+  int64_t mono = monotonic_ms();
+  sleep_seconds(5);
+  CHECK(wall_clock_now() == 1005);
+  CHECK(monotonic_ms() - mono >= 5000);
+
+  char host[32];
+  CHECK(cloud_client_host("192.168.1.1", host, sizeof host) && strcmp(host, "127.0.0.1") == 0);
+
+  // Disk paths stay under the disk's folder in the file root.
+  g_mkdir_with_parents((root + "/mnt/usb1_1/photos").c_str(), 0700);
+  g_mkdir_with_parents((root + "/outside").c_str(), 0700);
+  symlink((root + "/outside").c_str(), (root + "/mnt/usb1_1/escape").c_str());
+  symlink("/etc", (root + "/mnt/usb1_1/etc").c_str());
+  std::string out;
+  CHECK(velsim::confined_path("/mnt/usb1_1/photos/new", "/mnt/usb1_1", &out));
+  CHECK(g_str_has_suffix(out.c_str(), "/root/mnt/usb1_1/photos/new"));
+  CHECK(!velsim::confined_path("/mnt/usb1_1/../../outside", "/mnt/usb1_1", &out));
+  CHECK(!velsim::confined_path("/mnt/usb1_1/escape/x", "/mnt/usb1_1", &out));
+  CHECK(!velsim::confined_path("/mnt/usb1_1/etc/passwd", "/mnt/usb1_1", &out));
+  CHECK(!velsim::confined_path("/mnt/usb1_10/x", "/mnt/usb1_1", &out));
+  CHECK(!velsim::confined_path("relative", "/mnt/usb1_1", &out));
+}
+
+void check_utf8_copy() {
+  char out[6];
+  CHECK(copy_utf8_text(out, sizeof out, "abc") && strcmp(out, "abc") == 0);
+  CHECK(!copy_utf8_text(out, sizeof out, "abcd\xc3\xa9") && strcmp(out, "abcd") == 0);  // é not split
+  CHECK(!copy_utf8_text(out, sizeof out,
+                        "ab\xff"
+                        "cd") &&
+        strcmp(out, "ab") == 0);  // stops at bad byte
+  CHECK(copy_utf8_text(out, sizeof out, "\xe4\xb8\xad") && strcmp(out, "\xe4\xb8\xad") == 0);
+}
+
+// Reply members are read only with their exact JSON type, and never past their room.
+void check_json_fields() {
+  json_t* doc =
+      json_loads(R"({"Status":"0","real":1.0,"int":4294967297,"t":true,"long":"abcdefgh"})", 0, nullptr);
+  int32_t n = 7;
+  CHECK(read_json_int(doc, "Status", &n) == -1 && n == 7);
+  CHECK(read_json_int(doc, "real", &n) == -1 && n == 7);
+  CHECK(read_json_int(doc, "missing", &n) == -1 && n == 7);
+  CHECK(read_json_int(doc, "int", &n) == 0 && n == 1);  // low 32 bits
+  CHECK(read_json_field(doc, "t", JSON_TRUE, &n, sizeof n) == 0 && n == 1);
+  CHECK(read_json_int(doc, "t", &n) == -1);
+  char small[5] = {};
+  CHECK(read_json_text(doc, "long", small) == 0 && strcmp(small, "abcd") == 0);
+  json_decref(doc);
+
+  char out[16];
+  json_escape_text("plain-ssid", out, sizeof out);
+  CHECK(strcmp(out, "plain-ssid") == 0);
+  json_escape_text("a\"b\\\n", out, sizeof out);
+  CHECK(strcmp(out, "a\\\"b\\\\\\u000a") == 0);
+  json_escape_text("abcdefghijklmn\"", out, sizeof out);  // no half escape at the cut
+  CHECK(strcmp(out, "abcdefghijklmn") == 0);
+}
+
+}  // namespace
+
+int main() {
+  char dir_template[] = "/tmp/velconfig-ownership-XXXXXX";
+  const char* dir = mkdtemp(dir_template);
+  if (dir == nullptr) return 2;
+  std::string tools = std::string(dir) + "/tools";
+  std::string root = std::string(dir) + "/root";
+  g_mkdir_with_parents(tools.c_str(), 0700);
+  g_mkdir_with_parents(root.c_str(), 0700);
+  velsim::set_tools_dir(tools);
+  velsim::set_file_root(root);
+
+  check_scope(tools);
+  check_runner(tools, root);
+  check_sim_seams(root);
+  check_utf8_copy();
+  check_json_fields();
+
+  const char* argv[] = {"rm", "-rf", dir, nullptr};
+  run_command(argv, 10000);
+  if (failures != 0) fprintf(stderr, "%d checks failed\n", failures);
+  return failures == 0 ? 0 : 1;
+}

@@ -4,6 +4,7 @@
 #include "sim/sim.h"
 
 extern "C" char* ZoVelPostMsg(const char* app, const char* command) {
-  velsim::operation("ZoVelPostMsg", json_pack("{s:s?,s:s?}", "app", app, "command", command), [] { return 0; });
+  velsim::operation("ZoVelPostMsg", json_pack("{s:s?,s:s?}", "app", app, "command", command),
+                    [] { return 0; });
   return nullptr;
 }

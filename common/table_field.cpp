@@ -1,10 +1,13 @@
 // Table field reader. It runs inside the handler's protected call, so a metamethod
 // that raises, or a value that cannot be indexed, raises as lua_getfield raises; a
 // field that is not text is reported by exception, to be raised by the entry point
-// as luaL_checklstring would.
+// as luaL_checklstring would. A text that is not clean is no error of the call: the
+// handler learns it from the result and answers its failure result.
 #include "common/table_field.h"
 
+#include <glib.h>
 #include <stdio.h>
+#include <string.h>
 
 #include "common/lua_error.h"
 
@@ -12,7 +15,7 @@ namespace velconfig {
 
 LuaArgError::LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
 
-void read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
+bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
   lua_getfield(L, -1, name);
   int type = lua_type(L, -1);
   if (type != LUA_TSTRING && type != LUA_TNUMBER) {
@@ -21,14 +24,24 @@ void read_table_field(lua_State* L, const char* name, char* buf, int32_t capacit
     lua_pop(L, 1);
     throw LuaArgError(text);
   }
-  const char* value = lua_tostring(L, -1);
-  int32_t i = 0;
-  do {
-    buf[i] = value[i];
-    if (value[i] == '\0') break;
-    ++i;
-  } while (i < capacity);
+  size_t length = 0;
+  const char* value = lua_tolstring(L, -1, &length);
+  // Judged over the whole text, not only the part kept: a page that sent a broken
+  // text gets no write made from the part of it that happens to fit.
+  bool clean =
+      memchr(value, '\0', length) == nullptr && g_utf8_validate(value, static_cast<gssize>(length), nullptr);
+  size_t limit = capacity > 0 ? static_cast<size_t>(capacity) : 1;
+  size_t n = 0;
+  if (clean) {
+    n = length < limit ? length : limit;
+    // A cut followed by a continuation byte (10xxxxxx) splits a character: it moves
+    // back to that character's first byte.
+    while (n > 0 && n < length && (static_cast<unsigned char>(value[n]) & 0xC0) == 0x80) --n;
+    memcpy(buf, value, n);
+  }
+  if (n < limit) buf[n] = '\0';
   lua_pop(L, 1);
+  return clean;
 }
 
 }  // namespace velconfig

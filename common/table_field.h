@@ -7,19 +7,28 @@
 
 namespace velconfig {
 
-// Copies the text of field `name` of the value on top of the stack into buf: a text
-// shorter than capacity whole with its terminator, a longer one as exactly its first
-// capacity characters (the caller's zero-cleared buffer, one longer, terminates it),
-// and at least one character always. A number counts as its text. Any other value
-// throws LuaArgError carrying luaL_checklstring's own complaint; indexing raises
-// as lua_getfield does. Stack unchanged. Call only from within a handler.
-void read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity);
+// Copies the text of field `name` of the value on top of the stack into buf and says
+// whether it is a clean text. A write sends what it reads to the platform, whose D-Bus
+// strings end at the first NUL and must be UTF-8, so a text holding a NUL byte or one
+// that is not UTF-8 over its whole length is refused: false, buf holds the empty text,
+// and the handler answers its failure result before it writes anything. A clean text
+// shorter than capacity is copied whole with its terminator; a longer one is cut at
+// capacity characters (at least one), backing off to the start of a character the cut
+// would split, so what is copied is UTF-8 too. Cut at exactly capacity it has no
+// terminator of its own (the caller's zero-cleared buffer, one longer, supplies it).
+// A number counts as its text. Any other value throws LuaArgError carrying
+// luaL_checklstring's own complaint; indexing raises as lua_getfield does. Stack
+// unchanged. Call only from within a handler.
+[[nodiscard]] bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity);
 
 // The usual call: a zero-cleared array of N characters read with capacity N - 1.
 template <size_t N>
-void read_field(lua_State* L, const char* name, char (&buf)[N]) {
+[[nodiscard]] bool read_field(lua_State* L, const char* name, char (&buf)[N]) {
   for (char& c : buf) c = '\0';
-  read_table_field(L, name, buf, static_cast<int32_t>(N - 1));
+  return read_table_field(L, name, buf, static_cast<int32_t>(N - 1));
 }
+
+// What a write answers when a field it read is not a clean text.
+constexpr int32_t kTextRefused = 1;
 
 }  // namespace velconfig

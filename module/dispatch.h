@@ -4,6 +4,7 @@
 #include <stdint.h>
 
 #include <lua.hpp>
+#include <string_view>
 
 #include "common/handler.h"
 
@@ -18,9 +19,10 @@ struct SetKey {
   SetHandler handler;  // null: not built yet, behaves as an unknown key
 };
 
-// Looks key up in the tables, in order; null when unknown or not built.
-GetHandler find_get_handler(const char* key);
-SetHandler find_set_handler(const char* key);
+// Looks key up in the tables, in order, comparing its whole length: a key that
+// holds a NUL byte matches no row. Null when unknown or not built.
+GetHandler find_get_handler(std::string_view key);
+SetHandler find_set_handler(std::string_view key);
 
 int get_entry(lua_State* L);
 int set_entry(lua_State* L);

@@ -68,6 +68,13 @@ void finish_call(lua_State* L, int nargs, int nresults, const Call& call) {
   if (call.error.kind == PendingError::Kind::kOther) luaL_error(L, "%s", call.error.text);
 }
 
+// The key at index 2 (text or number) with its whole length, NUL bytes included.
+std::string_view key_text(lua_State* L) {
+  size_t length = 0;
+  const char* key = lua_tolstring(L, 2, &length);
+  return std::string_view(key, length);
+}
+
 // Plain functions for the registration list.
 int lua_get(lua_State* L) { return get_entry(L); }
 int lua_set(lua_State* L) { return set_entry(L); }
@@ -105,7 +112,7 @@ int get_entry(lua_State* L) {
     call.args.a1 = lua_tostring(L, 3);
   }
   if (!lua_isstring(L, 2)) return luaL_error(L, "The first argument is invalid");
-  call.get = find_get_handler(lua_tostring(L, 2));
+  call.get = find_get_handler(key_text(L));
 
   lua_pushcfunction(L, protected_get);
   lua_pushlightuserdata(L, &call);
@@ -126,7 +133,7 @@ int set_entry(lua_State* L) {
   if (n <= 1) return luaL_error(L, "Arguments unknown");
   Call call{};
   // A key that is neither text nor number is treated as an unknown key.
-  call.set = lua_isstring(L, 2) ? find_set_handler(lua_tostring(L, 2)) : nullptr;
+  call.set = lua_isstring(L, 2) ? find_set_handler(key_text(L)) : nullptr;
 
   lua_pushcfunction(L, protected_set);
   lua_pushlightuserdata(L, &call);

@@ -57,9 +57,9 @@ static_assert(sizeof kGetKeys / sizeof kGetKeys[0] == 37, "get knows 37 keys");
 
 }  // namespace
 
-GetHandler find_get_handler(const char* key) {
+GetHandler find_get_handler(std::string_view key) {
   for (const GetKey& row : kGetKeys) {
-    if (strcmp(row.key, key) == 0) return row.handler;
+    if (key == row.key) return row.handler;
   }
   return nullptr;
 }

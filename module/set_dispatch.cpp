@@ -1,7 +1,5 @@
 // The write keys in comparison order; the first equal key wins. A null handler is a
 // key whose feature is not built yet: set answers it with 1, as an unknown key.
-#include <string.h>
-
 #include "module/dispatch.h"
 #include "network/network.h"
 #include "system/system.h"
@@ -40,9 +38,9 @@ static_assert(sizeof kSetKeys / sizeof kSetKeys[0] == 25, "set knows 25 keys");
 
 }  // namespace
 
-SetHandler find_set_handler(const char* key) {
+SetHandler find_set_handler(std::string_view key) {
   for (const SetKey& row : kSetKeys) {
-    if (strcmp(row.key, key) == 0) return row.handler;
+    if (key == row.key) return row.handler;
   }
   return nullptr;
 }

@@ -27,14 +27,13 @@ int32_t write_access(const ZoVelLanHost& host) {
 
 }  // namespace
 
-// 1 when no host has the MAC, else the property write's result.
+// 1 when no host has the MAC or a field is not a clean text, else the property
+// write's result.
 int32_t set_host_settings(lua_State* L) {
   char type[16] = {};
   char mac[24] = {};
-  if (lua_istable(L, -1)) {
-    read_field(L, "type", type);
-    read_field(L, "mac", mac);
-  }
+  // Refused before the log line: a text that is not clean names no host.
+  if (lua_istable(L, -1) && (!read_field(L, "type", type) || !read_field(L, "mac", mac))) return kTextRefused;
   ZoVelLog(kLogNotice, "Set LAN host [%s] to black or restrict", mac);
   ZoVelLanHost host = {};
   if (ZoVelGetLANHostByMAC(mac, &host) != 0) return 1;
@@ -42,16 +41,17 @@ int32_t set_host_settings(lua_State* L) {
     host.internet_access = kBlackListed;
   } else {
     char on_off[8];
-    read_field(L, "onOff", on_off);
+    if (!read_field(L, "onOff", on_off)) return kTextRefused;
     host.internet_access = decimal_value(on_off) != 0 ? kRestricted : kNormal;
   }
   return write_access(host);
 }
 
-// Gives the host normal access whatever it had; 1 when no host has the MAC.
+// Gives the host normal access whatever it had; 1 when no host has the MAC or it is
+// not a clean text.
 int32_t set_rm_black_host(lua_State* L) {
   char mac[24] = {};
-  if (lua_istable(L, -1)) read_field(L, "mac", mac);
+  if (lua_istable(L, -1) && !read_field(L, "mac", mac)) return kTextRefused;
   ZoVelLog(kLogNotice, "Remove LAN host [%s] out of black lists.", mac);
   ZoVelLanHost host = {};
   if (ZoVelGetLANHostByMAC(mac, &host) != 0) return 1;

@@ -1,6 +1,5 @@
 // "lan": the gateway's LAN address and its DHCP server, read from the DHCP server
 // record and written in one multi-property call on the DHCP server object.
-#include <glib.h>
 #include <string.h>
 
 #include "common/result.h"
@@ -14,15 +13,6 @@ namespace velconfig {
 namespace {
 
 const DBusObject kDhcpServer = {kIgdService, "/com/zom/igd1/Config/DHCPServer", "com.zom.igd1.DHCPServer"};
-
-// GVariant strings must be UTF-8: a text cut inside a character at its capacity (or
-// not UTF-8 at all) is sent up to its last whole character instead of being refused.
-template <size_t N>
-const char* utf8_prefix(char (&text)[N]) {
-  const char* end = nullptr;
-  if (!g_utf8_validate(text, -1, &end)) text[end - text] = '\0';
-  return text;
-}
 
 }  // namespace
 
@@ -39,7 +29,7 @@ void get_lan(lua_State* L, const GetArgs&) {
 }
 
 // 0: written, address unchanged; 2: written, the page must move to the new address;
-// 1: no table; otherwise the platform's code.
+// 1: no table, or a field that is not a clean text; otherwise the platform's code.
 int32_t set_lan(lua_State* L) {
   if (!lua_istable(L, -1)) return 1;
   char dhcp_enbl[8];
@@ -48,24 +38,27 @@ int32_t set_lan(lua_State* L) {
   char pool_start[16] = {};
   char pool_end[16] = {};
   char subnet_mask[16] = {};
-  read_field(L, "dhcpEnbl", dhcp_enbl);
-  read_field(L, "oldLanIp", old_lan_ip);
-  read_field(L, "lanIp", lan_ip);
-  // Compared as it is sent, so that 2 never tells the page of an address not taken.
-  bool moved = strcmp(old_lan_ip, utf8_prefix(lan_ip)) != 0;
+  if (!read_field(L, "dhcpEnbl", dhcp_enbl) || !read_field(L, "oldLanIp", old_lan_ip) ||
+      !read_field(L, "lanIp", lan_ip)) {
+    return kTextRefused;
+  }
   // The pool is neither read nor sent while the server is off.
   bool enable = decimal_value(dhcp_enbl) == 1;
-  if (enable) {
-    read_field(L, "poolStart", pool_start);
-    read_field(L, "poolEnd", pool_end);
-    read_field(L, "subnetMask", subnet_mask);
+  if (enable && (!read_field(L, "poolStart", pool_start) || !read_field(L, "poolEnd", pool_end) ||
+                 !read_field(L, "subnetMask", subnet_mask))) {
+    return kTextRefused;
   }
+  // Compared as it is sent (cut at its capacity), so that 2 never tells the page of
+  // an address not taken.
+  bool moved = strcmp(old_lan_ip, lan_ip) != 0;
 
+  // The texts are UTF-8, as D-Bus strings must be: the field reader refuses any other,
+  // and its cut at a field's capacity never splits a character.
   PropertyWrite write;
   if (enable) {
-    write.add_text("MinAddress", utf8_prefix(pool_start));
-    write.add_text("MaxAddress", utf8_prefix(pool_end));
-    write.add_text("SubnetMask", utf8_prefix(subnet_mask));
+    write.add_text("MinAddress", pool_start);
+    write.add_text("MaxAddress", pool_end);
+    write.add_text("SubnetMask", subnet_mask);
   }
   write.add_bool("Enable", enable);
   write.add_text("IPAddr", lan_ip);

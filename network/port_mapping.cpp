@@ -28,10 +28,10 @@ int32_t add_rule(lua_State* L, const char* desp) {
   char protocol[8];
   char external_port[8];
   char internal_port[8];
-  read_field(L, "client", client);
-  read_field(L, "protocol", protocol);
-  read_field(L, "exPort", external_port);
-  read_field(L, "inPort", internal_port);
+  if (!read_field(L, "client", client) || !read_field(L, "protocol", protocol) ||
+      !read_field(L, "exPort", external_port) || !read_field(L, "inPort", internal_port)) {
+    return kTextRefused;
+  }
   copy_text(rule.client, client);
   copy_text(rule.protocol, protocol);
   rule.external_port = static_cast<uint32_t>(decimal_value(external_port));
@@ -74,14 +74,12 @@ void get_pm_lists(lua_State* L, const GetArgs&) {
 }
 
 // "add" adds a rule; "del", "enable", "disable" act on the first rule whose
-// description is "desp" (0 when none is). Otherwise the platform's code.
+// description is "desp" (0 when none is). 1 when a field is not a clean text;
+// otherwise the platform's code.
 int32_t set_pm_single(lua_State* L) {
   char op[8] = {};
   char desp[32] = {};
-  if (lua_istable(L, -1)) {
-    read_field(L, "op", op);
-    read_field(L, "desp", desp);
-  }
+  if (lua_istable(L, -1) && (!read_field(L, "op", op) || !read_field(L, "desp", desp))) return kTextRefused;
   if (strcmp(op, "add") == 0) return add_rule(L, desp);
 
   RuleList list;
@@ -99,13 +97,14 @@ int32_t set_pm_single(lua_State* L) {
 
 // Applies "op" to every rule in list order; the first failure stops it and is the
 // result (rules before it stay changed). Rules already in the asked state are skipped.
+// 1 when "op" is not a clean text.
 int32_t set_pm_all(lua_State* L) {
   RuleList list;
   int32_t code = list.fill(ZoVelGetPortMappingObjs);
   if (code != 0) return code;
   if (list.reported() == 0) return 0;
   char op[8] = {};
-  if (lua_istable(L, -1)) read_field(L, "op", op);
+  if (lua_istable(L, -1) && !read_field(L, "op", op)) return kTextRefused;
 
   for (const ZoVelPortMapping& rule : list) {
     if (strcmp(op, "del") == 0) {

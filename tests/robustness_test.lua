@@ -161,25 +161,24 @@ describe("a Lua error in the middle of a call", function()
   end)
 end)
 
-describe("text that is not UTF-8", function()
+describe("a key holding a NUL byte", function()
   before_each(function() h.reset() end)
 
-  it("is refused by the simulated platform as a D-Bus string would be, and changes nothing", function()
-    assert.are.equal(-3, v:set("iptv", { enable = "1", vlanOnOff = "0", bindlanport = "LAN\255" }))
-    assert.are.equal("LAN4", v:get("iptv").bindlanport)
-    assert.are.equal(-3, v:set("pmSetSingle", { op = "add", desp = "d\255", client = "192.168.1.9",
-      protocol = "TCP", exPort = "1", inPort = "1" }))
-    assert.are.equal(2, v:get("pmLists").count)
-  end)
-
-  it("in the LAN address is sent up to its last whole character, and the result follows what was sent", function()
-    assert.are.equal(0, v:set("lan", { dhcpEnbl = "0", oldLanIp = "192.168.1.1", lanIp = "192.168.1.1\255" }))
-    local sent = h.calls("ZoVelDBusSetMultiProperty")[1].entries
-    assert.are.same({ "IPAddr", "192.168.1.1" }, sent[2])
-  end)
-
-  it("still leaves its log line", function()
-    v:set("rmBlackHost", { mac = "\255\254" })
-    assert.are.equal(1, #h.sim.logs())
+  it("is an unknown key to get and set, whatever it starts with, and runs nothing", function()
+    local input = hostile_table("1")
+    local before = h.model()
+    for _, suffix in ipairs({ "\0", "\0x", "\0\0" }) do
+      for _, key in ipairs(GET_KEYS) do
+        h.sim.clear_journal()
+        assert.is_nil(v:get(key .. suffix, "1", "1"), key)
+        assert.are.same({ "ZoVelLogOpen", "ZoVelLogClose" }, h.ops(), key)
+      end
+      for _, key in ipairs(SET_KEYS) do
+        h.sim.clear_journal()
+        assert.are.equal(1, v:set(key .. suffix, input), key)
+        assert.are.same({ "ZoVelLogOpen", "ZoVelLogClose" }, h.ops(), key)
+      end
+    end
+    assert.are.same(before, h.model())
   end)
 end)

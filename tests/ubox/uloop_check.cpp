@@ -1,0 +1,205 @@
+// The event loop stand-in on its own: readiness, time-outs, cancelling, deleting a
+// watcher with an event undelivered, and usock's non-blocking connect.
+#include <arpa/inet.h>
+#include <errno.h>
+#include <libubox/uloop.h>
+#include <libubox/usock.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <initializer_list>
+
+namespace {
+
+int failures = 0;
+
+#define CHECK(cond)                                                            \
+  do {                                                                         \
+    if (!(cond)) {                                                             \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+      ++failures;                                                              \
+    }                                                                          \
+  } while (0)
+
+int64_t now_ms() {
+  struct timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+}
+
+struct Probe {
+  uloop_fd watcher;
+  unsigned int events[8];
+  int calls;
+  bool cancel;
+};
+
+void on_probe(uloop_fd* u, unsigned int events) {
+  Probe* p = reinterpret_cast<Probe*>(u);
+  if (p->calls < 8) p->events[p->calls] = events;
+  ++p->calls;
+  if (p->cancel) uloop_cancelled = true;
+}
+
+int fired = 0;
+void on_timeout(uloop_timeout*) {
+  ++fired;
+  uloop_cancelled = true;
+}
+
+void check_readiness() {
+  int pair[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, pair);
+  uloop_init();
+  Probe writer = {};
+  writer.watcher.fd = pair[0];
+  writer.watcher.cb = on_probe;
+  writer.cancel = true;
+  CHECK(uloop_fd_add(&writer.watcher, ULOOP_WRITE) == 0);
+  uloop_run();
+  CHECK(writer.calls == 1 && writer.events[0] == ULOOP_WRITE);
+
+  // Registered for reading only: nothing until the peer writes.
+  Probe reader = writer;
+  reader.calls = 0;
+  uloop_fd_delete(&writer.watcher);
+  CHECK(uloop_fd_add(&reader.watcher, ULOOP_READ) == 0);
+  uloop_timeout t = {};
+  t.cb = on_timeout;
+  fired = 0;
+  uloop_timeout_set(&t, 30);
+  uloop_run();
+  CHECK(reader.calls == 0 && fired == 1);
+  CHECK(write(pair[1], "x", 1) == 1);
+  uloop_run();
+  CHECK(reader.calls == 1 && reader.events[0] == ULOOP_READ);
+
+  // A peer that goes away is reported to a reader, with eof set.
+  reader.calls = 0;
+  char c;
+  CHECK(read(pair[0], &c, 1) == 1);
+  close(pair[1]);
+  uloop_run();
+  CHECK(reader.calls == 1 && (reader.events[0] & ULOOP_READ) && reader.watcher.eof);
+  uloop_done();
+  CHECK(!reader.watcher.registered);
+  close(pair[0]);
+}
+
+struct Pair {
+  Probe a;
+  Probe b;
+};
+Pair* pair_for_delete = nullptr;
+
+// The first watcher to run deletes the other, whose event is then not delivered.
+void on_delete_other(uloop_fd* u, unsigned int) {
+  Probe* self = reinterpret_cast<Probe*>(u);
+  ++self->calls;
+  Probe* other = self == &pair_for_delete->a ? &pair_for_delete->b : &pair_for_delete->a;
+  uloop_fd_delete(&other->watcher);
+  uloop_fd_delete(&self->watcher);
+}
+
+void check_delete_drops_events() {
+  int p1[2];
+  int p2[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, p1);
+  socketpair(AF_UNIX, SOCK_STREAM, 0, p2);
+  Pair pair = {};
+  pair_for_delete = &pair;
+  uloop_init();
+  pair.a.watcher.fd = p1[0];
+  pair.a.watcher.cb = on_delete_other;
+  pair.b.watcher.fd = p2[0];
+  pair.b.watcher.cb = on_delete_other;
+  uloop_fd_add(&pair.a.watcher, ULOOP_WRITE);
+  uloop_fd_add(&pair.b.watcher, ULOOP_WRITE);
+  uloop_run();  // returns: nothing left to wait for
+  CHECK(pair.a.calls + pair.b.calls == 1);
+  uloop_done();
+  for (int fd : {p1[0], p1[1], p2[0], p2[1]}) close(fd);
+}
+
+void check_timeouts() {
+  uloop_init();
+  uloop_timeout late = {};
+  uloop_timeout early = {};
+  late.cb = on_timeout;
+  early.cb = on_timeout;
+  fired = 0;
+  uloop_timeout_set(&late, 10000);
+  uloop_timeout_set(&early, 20);
+  CHECK(uloop_timeout_remaining(&late) > 9000);
+  int64_t start = now_ms();
+  uloop_run();
+  int64_t took = now_ms() - start;
+  CHECK(fired == 1 && !early.pending && late.pending);
+  CHECK(took >= 15 && took < 2000);
+  CHECK(uloop_timeout_cancel(&late) == 0 && !late.pending);
+  CHECK(uloop_timeout_cancel(&late) == -1);
+  uloop_done();
+}
+
+void check_usock() {
+  // A listener on an ephemeral loopback port.
+  int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr = {};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+  listen(listener, 1);
+  socklen_t len = sizeof addr;
+  getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
+  char port[16];
+  snprintf(port, sizeof port, "%d", ntohs(addr.sin_port));
+
+  int sock = usock(USOCK_TCP | USOCK_NONBLOCK, "127.0.0.1", port);
+  CHECK(sock >= 0);
+  uloop_init();
+  Probe p = {};
+  p.watcher.fd = sock;
+  p.watcher.cb = on_probe;
+  p.cancel = true;
+  uloop_fd_add(&p.watcher, ULOOP_WRITE);
+  uloop_run();
+  int err = -1;
+  socklen_t errlen = sizeof err;
+  getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &errlen);
+  CHECK(p.calls == 1 && (p.events[0] & ULOOP_WRITE) && err == 0);
+  uloop_done();
+  close(sock);
+
+  // Nobody listens any more: the connect fails, reported as writable with an error.
+  close(listener);
+  sock = usock(USOCK_TCP | USOCK_NONBLOCK, "127.0.0.1", port);
+  if (sock >= 0) {
+    uloop_init();
+    p = Probe{};
+    p.watcher.fd = sock;
+    p.watcher.cb = on_probe;
+    p.cancel = true;
+    uloop_fd_add(&p.watcher, ULOOP_WRITE);
+    uloop_run();
+    getsockopt(sock, SOL_SOCKET, SO_ERROR, &err, &errlen);
+    CHECK(p.calls == 1 && (p.events[0] & ULOOP_WRITE) && p.watcher.error && err == ECONNREFUSED);
+    uloop_done();
+    close(sock);
+  }
+  CHECK(usock(USOCK_TCP | USOCK_NONBLOCK, "not an address", "1") < 0);
+}
+
+}  // namespace
+
+int main() {
+  check_readiness();
+  check_delete_drops_events();
+  check_timeouts();
+  check_usock();
+  if (failures != 0) fprintf(stderr, "%d checks failed\n", failures);
+  return failures == 0 ? 0 : 1;
+}

@@ -5,10 +5,10 @@ ASAN_BUILD ?= build-asan
 WERROR ?= OFF
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
-        lua-busted lua-cjson
+        lua-busted lua-cjson libmicrohttpd-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build run test asan-test gateway-check format-check bench clean
+.PHONY: all setup configure build run test asan-test gateway-check format-check bench console console-test clean
 
 all: build
 
@@ -34,6 +34,18 @@ run: build
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
 
+# The web console on http://127.0.0.1:$(PORT)/ over the simulated gateway.
+PORT ?= 8080
+console: build
+	$(BUILD)/velconfig serve --port $(PORT)
+
+# The console in headless Chromium (Debian's chromium, driven by playwright-core).
+console-test: build
+	@command -v chromium >/dev/null || { $(SUDO) apt-get update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends chromium; }
+	cd tests/browser && npm ci --no-audit --no-fund --silent
+	cd tests/browser && VELCONFIG_TOOL=$(CURDIR)/$(BUILD)/velconfig VELCONFIG_SCREENSHOT_DIR=$(CURDIR)/$(BUILD)/screenshots npm test
+
 # The same suite with AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer.
 asan-test: setup
 	cmake -S . -B $(ASAN_BUILD) -DVELCONFIG_SANITIZE=ON -DVELCONFIG_WERROR=ON -DCMAKE_BUILD_TYPE=Debug
@@ -53,4 +65,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) build-gw build-capi3 build-bench build-jit
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) build-gw build-capi3 build-bench build-jit

@@ -5,6 +5,7 @@
 
 #include <lua.hpp>
 #include <string_view>
+#include <utility>
 
 #include "common/handler.h"
 
@@ -23,6 +24,10 @@ struct SetKey {
 // holds a NUL byte matches no row. Null when unknown or not built.
 GetHandler find_get_handler(std::string_view key);
 SetHandler find_set_handler(std::string_view key);
+
+// The rows of each table, in comparison order.
+std::pair<const GetKey*, size_t> get_keys();
+std::pair<const SetKey*, size_t> set_keys();
 
 int get_entry(lua_State* L);
 int set_entry(lua_State* L);

@@ -64,4 +64,6 @@ GetHandler find_get_handler(std::string_view key) {
   return nullptr;
 }
 
+std::pair<const GetKey*, size_t> get_keys() { return {kGetKeys, sizeof kGetKeys / sizeof kGetKeys[0]}; }
+
 }  // namespace velconfig

@@ -45,4 +45,6 @@ SetHandler find_set_handler(std::string_view key) {
   return nullptr;
 }
 
+std::pair<const SetKey*, size_t> set_keys() { return {kSetKeys, sizeof kSetKeys / sizeof kSetKeys[0]}; }
+
 }  // namespace velconfig

@@ -1,0 +1,119 @@
+// Descriptions of the keys for the catalogue; the key tables stay the authority on
+// which keys exist, in which order, and which are built.
+#include "module/key_docs.h"
+
+#include <string.h>
+
+#include "module/dispatch.h"
+
+namespace velconfig {
+namespace {
+
+const KeyDoc kDocs[] = {
+    {"get", "hasWiFi", "", "1 when the gateway has Wi-Fi, else 0", false},
+    {"get", "hasPots", "", "1 when the gateway has telephony ports, else 0", false},
+    {"get", "hasUsb", "", "1 when the gateway has a USB port, else 0", false},
+    {"get", "devType", "", "the device type number", false},
+    {"get", "hasMesh", "", "1 when EasyMesh is available, else 0", false},
+    {"get", "gwIPs", "", "LANIP, WANIP, LAN6IP, WAN6IP", false},
+    {"get", "getAppConfig", "", "the pages' fixed settings", false},
+    {"get", "allInfo", "",
+     "pc%d, wifi%d device rows with speeds, wcount, wlcount, speed totals, itv, voip, storage%d, scount, "
+     "wanConnect, wanUpTime",
+     false},
+    {"get", "gwStatus", "", "upTime, sysTime, cpuUsed, wcount, wlcount, itv, voip, storage%d, scount", false},
+    {"get", "gwInfo", "a1: \"all\" adds the Wi-Fi names and the PPPoE account",
+     "DevType, ProductCls, ProductSN, MAC, SWVer, Vendor, LANIP, LANIPv6, WANIP, WANIPv6, MarkType, "
+     "DeviceModel, NASN",
+     false},
+    {"get", "lan", "", "dhcpEnbl, lanIp, poolStart, poolEnd, subnetMask", false},
+    {"get", "ddns", "", "ddnsCfg%d rows, count", false},
+    {"get", "iptv", "", "enable, vlanOnOff, vlanid, bindlanport", false},
+    {"get", "easymesh_config", "",
+     "mesh switches, SSIDs, keys, roaming thresholds and the interconnect status", false},
+    {"get", "pmLists", "",
+     "pmRule%d rows (desp, client, protocol, exPort, inPort, enable), count, lanIp, mask", false},
+    {"get", "interConndStatus", "", "ap%d rows, appStatus, configEnbl, onoff, devcnt", false},
+    {"get", "wifiBasic", "",
+     "enbl1, ssid1, powerLevel1, wallPower1, auth1, passwd1, the same with 2 for 5 GHz, dualBand, wifi6",
+     false},
+    {"get", "wifiAdv", "", "timerEnbl, startTime, endTime, sysTime", false},
+    {"get", "hostsInfo", "a1: filter, 0 wired, 1 wireless, other all",
+     "dev%d rows (ip, ipv6, type, system, mac, upSpeed, downSpeed, restrict, black), curip, count", false},
+    {"get", "itvVoipReg", "", "the IPTV and VoIP provisioning flags", false},
+    {"get", "blackHosts", "", "black-listed hosts as rows, count", false},
+    {"get", "usbDevices", "", "the USB disks with sizes and labels", false},
+    {"get", "fileLists", "a1: instance number of the disk to open",
+     "storage%d, instno%d, usbLabel, usbLabelInst, file%d listing, filePath, fileNum, usbCnt", false},
+    {"get", "selectedUsb", "a1: instance number", "file%d listing, filePath, fileNum", false},
+    {"get", "subFiles", "a1: folder path", "file%d listing, filePath, fileNum", false},
+    {"get", "newFolder", "a1: folder to create; a2: folder mode flag",
+     "the parent's listing, filePath, fileNum (or folder%d, folderNum)", true},
+    {"get", "deleteFiles", "a1: folder path; a2: names, each followed by \"/\"",
+     "file%d listing, filePath, fileNum", true},
+    {"get", "renameFile", "a1: old full path; a2: new full path", "file%d listing, filePath, fileNum", true},
+    {"get", "getDiagFolders", "a1: folder path", "folder%d, folderNum", false},
+    {"get", "copyMove", "a1: op|source|destination|largest file; a2: names, each followed by \"/\"",
+     "filePath, fileNum, transId, percent, setRes", true},
+    {"get", "copyProgress", "a1: transfer identifier", "percent (200 on failure)", false},
+    {"get", "usbFormat", "a1: instance number", "filePath, fileNum", true},
+    {"get", "checkLoid", "", "the LOID registration state number", false},
+    {"get", "regProcess", "", "the registration progress text", false},
+    {"get", "getMallUrl", "", "url, result (0 success, 1 failure)", false},
+    {"get", "getAppParas", "a1: JSON request naming the application's config", "the application's parameters",
+     false},
+    {"get", "wifiSsid", "", "hasWiFi, ssid, bType, productCls, lanIp", false},
+
+    {"set", "account", "table: the user password change", "0 changed, other values the platform's verdict",
+     true},
+    {"set", "lan", "table: dhcpEnbl, oldLanIp, lanIp, poolStart, poolEnd, subnetMask",
+     "0 written, 2 written and moved, 1 no table", true},
+    {"set", "ddns", "table: add/edit/del with the entry's fields", "0 done, other values failure", true},
+    {"set", "iptv", "table: enable, vlanOnOff, vlanid, bindlanport", "the platform's code", true},
+    {"set", "easymesh_config", "table: mesh switches and roaming thresholds", "0 done, other values failure",
+     true},
+    {"set", "wifiBasic", "table: wifi_dualBand, wifi_2G_enbl/ssid/auth/passwd/strength, the same for 5G",
+     "0 done, other values the platform's code", true},
+    {"set", "wifiAdv", "table: wifi_timing, start_time, end_time", "0 done, other values failure", true},
+    {"set", "pmSetSingle", "table: op (add, del, enable, disable), desp, client, protocol, exPort, inPort",
+     "the platform's code", true},
+    {"set", "pmSetAll", "table: op (del, enable, disable)", "the platform's code", true},
+    {"set", "startInterConnd", "", "the platform's code", true},
+    {"set", "syncConfig", "table: syncConfig", "1", true},
+    {"set", "syncOnoff", "table: syncOnoff", "1", true},
+    {"set", "configAP", "table: mac, modeflg, ssid2g, pwd2g, enbl2g, ssid5g, pwd5g, enbl5g",
+     "0 done, 1 no reply, other values the plugin's status", true},
+    {"set", "hostSettings", "table: type, mac, onOff",
+     "0 done, 1 unknown host, other values the platform's code", true},
+    {"set", "rmBlackHost", "table: mac", "0 done, 1 unknown host, other values the platform's code", true},
+    {"set", "restore", "", "the recovery status", true},
+    {"set", "fwrestore", "", "0", true},
+    {"set", "reboot", "", "0", true},
+    {"set", "checkTAPasswd", "text: the administrator password", "the platform's verdict", false},
+    {"set", "checkUAPasswd", "text: the user password", "the platform's verdict", false},
+    {"set", "setloid", "table: the LOID and its password", "0 done, other values failure", true},
+    {"set", "registerloid", "", "the registration status", true},
+    {"set", "usbModifyLabel", "table: instno, newLabel", "the platform's code", true},
+    {"set", "setAppParas", "JSON request naming the application's config and its values", "result code",
+     true},
+    {"set", "logInfo", "text: \"logout\", \"lock\" or \"unlock\"", "0", false},
+};
+
+}  // namespace
+
+const KeyDoc* find_key_doc(const char* call, const char* key) {
+  for (const KeyDoc& d : kDocs) {
+    if (strcmp(d.call, call) == 0 && strcmp(d.key, key) == 0) return &d;
+  }
+  return nullptr;
+}
+
+void for_each_key(void (*visit)(const char* call, const char* key, bool built, void* context),
+                  void* context) {
+  auto [gets, get_count] = get_keys();
+  for (size_t i = 0; i < get_count; ++i) visit("get", gets[i].key, gets[i].handler != nullptr, context);
+  auto [sets, set_count] = set_keys();
+  for (size_t i = 0; i < set_count; ++i) visit("set", sets[i].key, sets[i].handler != nullptr, context);
+}
+
+}  // namespace velconfig

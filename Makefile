@@ -8,7 +8,7 @@ DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjanss
         lua-busted lua-cjson libmicrohttpd-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all setup configure build run test asan-test gateway-check format-check bench console console-test clean
+.PHONY: fuzz all setup configure build run test asan-test gateway-check format-check bench console console-test clean
 
 all: build
 
@@ -46,6 +46,13 @@ console-test: build
 	cd tests/browser && npm ci --no-audit --no-fund --silent
 	cd tests/browser && VELCONFIG_TOOL=$(CURDIR)/$(BUILD)/velconfig VELCONFIG_SCREENSHOT_DIR=$(CURDIR)/$(BUILD)/screenshots npm test
 
+# libFuzzer over every target for FUZZ_SECONDS seconds each (clang from Debian).
+FUZZ_SECONDS ?= 20
+fuzz: setup
+	@command -v clang++ >/dev/null && dpkg -s libclang-rt-14-dev >/dev/null 2>&1 || { $(SUDO) apt-get update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq clang libclang-rt-14-dev; }
+	FUZZ_SECONDS=$(FUZZ_SECONDS) fuzz/run.sh
+
 # The same suite with AddressSanitizer, UndefinedBehaviorSanitizer and LeakSanitizer.
 asan-test: setup
 	cmake -S . -B $(ASAN_BUILD) -DVELCONFIG_SANITIZE=ON -DVELCONFIG_WERROR=ON -DCMAKE_BUILD_TYPE=Debug
@@ -65,4 +72,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) build-gw build-capi3 build-bench build-jit
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) build-fuzz build-gw build-capi3 build-bench build-jit

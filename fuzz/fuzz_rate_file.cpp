@@ -1,0 +1,44 @@
+// The LAN host rate file as another component (or a broken disk) may leave it.
+#include <stdio.h>
+#include <stdlib.h>
+
+#include <string>
+
+#include "fuzz/fuzz_input.h"
+#include "platform/seams.h"
+#include "sim/sim.h"
+#include "status/rate_file.h"
+
+namespace {
+
+std::string rate_path;
+
+void setup() {
+  char root[] = "/tmp/velconfig-fuzz-XXXXXX";
+  if (mkdtemp(root) == nullptr) abort();
+  velsim::set_file_root(root);
+  char path[512];
+  if (!velconfig::gateway_file_path("/tmp/lanhostsrate", path, sizeof path)) abort();
+  rate_path = path;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (rate_path.empty()) setup();
+  velfuzz::Input in(data, size);
+  std::string mac = in.text(32);
+  std::string file = in.rest();
+  FILE* f = fopen(rate_path.c_str(), "wb");
+  if (f == nullptr) return 0;
+  fwrite(file.data(), 1, file.size(), f);
+  fclose(f);
+  static velconfig::HostRateTable table;
+  table = velconfig::HostRateTable{};
+  if (velconfig::load_host_rates(&table)) {
+    int i = velconfig::find_host_rate(mac, table);
+    if (i != velconfig::kRateNotFound && (i < 0 || i >= static_cast<int>(velconfig::kRateTableRoom))) abort();
+    velconfig::store_host_rates(table, velconfig::kRateTableRoom);
+  }
+  return 0;
+}

@@ -20,13 +20,48 @@ lua_State* L = nullptr;
 std::vector<std::string> get_names;
 std::vector<std::string> set_names;
 // Field names the write keys read, so tables reach past their first check.
-const char* const kFieldNames[] = {"op", "desp", "client", "protocol", "exPort", "inPort", "mac", "type", "onOff",
-                                   "add", "enable", "lanIp", "oldLanIp", "dhcpEnbl", "poolStart", "poolEnd",
-                                   "subnetMask", "vlanid", "vlanOnOff", "bindlanport", "hostname", "domain",
-                                   "wifi_dualBand", "wifi_2G_enbl", "wifi_2G_ssid", "wifi_2G_auth",
-                                   "wifi_2G_passwd", "wifi_2G_strength", "wifi_timing", "start_time", "end_time",
-                                   "syncConfig", "syncOnoff", "modeflg", "ssid2g", "pwd2g", "enbl2g", "instno",
-                                   "newLabel", "loid", "password", "config"};
+const char* const kFieldNames[] = {"op",
+                                   "desp",
+                                   "client",
+                                   "protocol",
+                                   "exPort",
+                                   "inPort",
+                                   "mac",
+                                   "type",
+                                   "onOff",
+                                   "add",
+                                   "enable",
+                                   "lanIp",
+                                   "oldLanIp",
+                                   "dhcpEnbl",
+                                   "poolStart",
+                                   "poolEnd",
+                                   "subnetMask",
+                                   "vlanid",
+                                   "vlanOnOff",
+                                   "bindlanport",
+                                   "hostname",
+                                   "domain",
+                                   "wifi_dualBand",
+                                   "wifi_2G_enbl",
+                                   "wifi_2G_ssid",
+                                   "wifi_2G_auth",
+                                   "wifi_2G_passwd",
+                                   "wifi_2G_strength",
+                                   "wifi_timing",
+                                   "start_time",
+                                   "end_time",
+                                   "syncConfig",
+                                   "syncOnoff",
+                                   "modeflg",
+                                   "ssid2g",
+                                   "pwd2g",
+                                   "enbl2g",
+                                   "instno",
+                                   "newLabel",
+                                   "loid",
+                                   "password",
+                                   "config"};
 
 void setup() {
   char root[] = "/tmp/velconfig-fuzz-XXXXXX";
@@ -61,14 +96,16 @@ json_t* fuzzed_value(velfuzz::Input& in) {
 }
 
 // Every node of the model, in document order.
-void collect(json_t* node, std::vector<std::pair<json_t*, std::string>>* out, json_t* parent, const char* key) {
+void collect(json_t* node, std::vector<std::pair<json_t*, std::string>>* out, json_t* parent,
+             const char* key) {
   if (parent != nullptr) out->emplace_back(parent, key);
   if (json_is_object(node)) {
     const char* k;
     json_t* v;
     json_object_foreach(node, k, v) { collect(v, out, node, k); }
   } else if (json_is_array(node)) {
-    for (size_t i = 0; i < json_array_size(node); ++i) collect(json_array_get(node, i), out, node, std::to_string(i).c_str());
+    for (size_t i = 0; i < json_array_size(node); ++i)
+      collect(json_array_get(node, i), out, node, std::to_string(i).c_str());
   }
 }
 

@@ -20,7 +20,7 @@ for t in $targets; do
   log="$build/$t.log"
   set +e
   ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-    "$build/fuzz_$t" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 -rss_limit_mb=4096 \
+    "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 -rss_limit_mb=4096 \
     -artifact_prefix="$artifacts/" "$corpus" > "$log" 2>&1
   status=$?
   set -e

@@ -1,6 +1,7 @@
 // The call scope: a per-thread stack of what must be released when a call ends.
 #include "platform/holders.h"
 
+#include <malloc.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -109,4 +110,9 @@ void release_to(size_t mark) noexcept {
 size_t size() noexcept { return kept.size(); }
 
 }  // namespace call_scope
+size_t records_held(const void* p, size_t record_size) {
+  if (p == nullptr || record_size == 0) return 0;
+  return malloc_usable_size(const_cast<void*>(p)) / record_size;
+}
+
 }  // namespace velconfig

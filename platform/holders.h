@@ -81,6 +81,10 @@ using ScopedText = Scoped<char, release_fn::text>;
 using ScopedJson = Scoped<json_t, release_fn::json>;
 using ScopedBuilder = Scoped<GVariantBuilder, release_fn::builder>;
 
+// How many records of record_size bytes the heap block at p can hold: the platform
+// allocates its arrays with malloc (g_malloc), so the allocator knows their size.
+size_t records_held(const void* p, size_t record_size);
+
 // An array the platform allocated, with the count it reported. Iteration covers
 // only a positive count.
 template <class Record, class Count = int32_t, void (*Release)(void*) = g_free>
@@ -101,8 +105,13 @@ class PlatformList {
   }
 
   Count reported() const { return count_; }
-  // How many records may be read: zero when the platform gave no array.
-  size_t size() const { return (items_ != nullptr && count_ > 0) ? static_cast<size_t>(count_) : 0; }
+  // How many records may be read: zero when the platform gave no array, and never
+  // more than the array's allocation holds, whatever count the platform reported.
+  size_t size() const {
+    if (items_ == nullptr || count_ <= 0) return 0;
+    size_t held = records_held(items_, sizeof(Record));
+    return static_cast<size_t>(count_) < held ? static_cast<size_t>(count_) : held;
+  }
   Record* begin() const { return items_; }
   Record* end() const { return items_ + size(); }
   Record& operator[](size_t i) const { return items_[i]; }

@@ -8,7 +8,7 @@ DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjanss
         lua-busted lua-cjson libmicrohttpd-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: fuzz all setup configure build run test asan-test gateway-check format-check bench console console-test clean
+.PHONY: readme-keys fuzz all setup configure build run test asan-test gateway-check format-check bench console console-test clean
 
 all: build
 
@@ -45,6 +45,10 @@ console-test: build
 	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends chromium; }
 	cd tests/browser && npm ci --no-audit --no-fund --silent
 	cd tests/browser && VELCONFIG_TOOL=$(CURDIR)/$(BUILD)/velconfig VELCONFIG_SCREENSHOT_DIR=$(CURDIR)/$(BUILD)/screenshots npm test
+
+# Rewrites the README's key tables from the key catalogue the build generates.
+readme-keys: build
+	lua5.1 tools/catalogue/readme_table.lua $(BUILD)/keys.json README.md
 
 # libFuzzer over every target for FUZZ_SECONDS seconds each (clang from Debian).
 FUZZ_SECONDS ?= 20

@@ -92,4 +92,15 @@ describe("the key catalogue", function()
       end
     end
   end)
+
+  it("is what the README's key tables say (make readme-keys rewrites them)", function()
+    local source = os.getenv("VELCONFIG_SOURCE_DIR")
+    local p = io.popen("lua5.1 " .. source .. "/tools/catalogue/readme_table.lua " .. os.getenv("VELCONFIG_CATALOGUE"))
+    local generated = p:read("*a")
+    p:close()
+    local readme = assert(io.open(source .. "/README.md")):read("*a")
+    local tables = readme:match("<!%-%- keys:begin %-%->\n(.-)<!%-%- keys:end %-%->")
+    assert.is_true(#generated > 1000)
+    assert.are.equal(generated, tables)
+  end)
 end)

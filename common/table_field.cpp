@@ -15,21 +15,33 @@ namespace velconfig {
 
 LuaArgError::LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
 
+namespace {
+
+[[noreturn]] void throw_not_text(lua_State* L, int type) {
+  char text[128];
+  snprintf(text, sizeof text, "%s expected, got %s", lua_typename(L, LUA_TSTRING), lua_typename(L, type));
+  throw LuaArgError(text);
+}
+
+// No NUL byte inside, and UTF-8 over the whole length.
+bool clean_text(const char* text, size_t length) {
+  return memchr(text, '\0', length) == nullptr && g_utf8_validate(text, static_cast<gssize>(length), nullptr);
+}
+
+}  // namespace
+
 bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
   lua_getfield(L, -1, name);
   int type = lua_type(L, -1);
   if (type != LUA_TSTRING && type != LUA_TNUMBER) {
-    char text[128];
-    snprintf(text, sizeof text, "%s expected, got %s", lua_typename(L, LUA_TSTRING), lua_typename(L, type));
     lua_pop(L, 1);
-    throw LuaArgError(text);
+    throw_not_text(L, type);
   }
   size_t length = 0;
   const char* value = lua_tolstring(L, -1, &length);
   // Judged over the whole text, not only the part kept: a page that sent a broken
   // text gets no write made from the part of it that happens to fit.
-  bool clean =
-      memchr(value, '\0', length) == nullptr && g_utf8_validate(value, static_cast<gssize>(length), nullptr);
+  bool clean = clean_text(value, length);
   size_t limit = capacity > 0 ? static_cast<size_t>(capacity) : 1;
   size_t n = 0;
   if (clean) {
@@ -42,6 +54,15 @@ bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacit
   if (n < limit) buf[n] = '\0';
   lua_pop(L, 1);
   return clean;
+}
+
+TopText read_top_text(lua_State* L) {
+  int type = lua_type(L, -1);
+  if (type != LUA_TSTRING && type != LUA_TNUMBER) throw_not_text(L, type);
+  TopText top;
+  top.text = lua_tolstring(L, -1, &top.length);
+  top.clean = clean_text(top.text, top.length);
+  return top;
 }
 
 }  // namespace velconfig

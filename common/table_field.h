@@ -31,4 +31,15 @@ template <size_t N>
 // What a write answers when a field it read is not a clean text.
 constexpr int32_t kTextRefused = 1;
 
+// The text on top of the stack, as luaL_checkstring takes it (a number counts as its
+// text, converted in place), with its whole length and whether it is a clean text
+// (no NUL byte, UTF-8 throughout). Any other value throws LuaArgError carrying
+// luaL_checklstring's own complaint. Call only from within a handler.
+struct TopText {
+  const char* text;
+  size_t length;
+  bool clean;
+};
+TopText read_top_text(lua_State* L);
+
 }  // namespace velconfig

@@ -2,6 +2,7 @@
 // key whose feature is not built yet: get answers it with nil, as an unknown key.
 #include <string.h>
 
+#include "interconnect/interconnect.h"
 #include "module/dispatch.h"
 #include "module/small_queries.h"
 #include "network/network.h"
@@ -29,7 +30,7 @@ const GetKey kGetKeys[] = {
     {"iptv", get_iptv},
     {"easymesh_config", nullptr},
     {"pmLists", get_pm_lists},
-    {"interConndStatus", nullptr},
+    {"interConndStatus", get_interconnd_status},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
     // An absent filter reads as 0, as decimal conversion of nothing gives.

@@ -1,5 +1,6 @@
 // The write keys in comparison order; the first equal key wins. A null handler is a
 // key whose feature is not built yet: set answers it with 1, as an unknown key.
+#include "interconnect/interconnect.h"
 #include "module/dispatch.h"
 #include "network/network.h"
 #include "system/system.h"
@@ -8,7 +9,7 @@ namespace velconfig {
 namespace {
 
 const SetKey kSetKeys[] = {
-    {"account", nullptr},
+    {"account", change_account_password},
     {"lan", set_lan},
     {"ddns", set_ddns},
     {"iptv", set_iptv},
@@ -17,22 +18,22 @@ const SetKey kSetKeys[] = {
     {"wifiAdv", nullptr},
     {"pmSetSingle", set_pm_single},
     {"pmSetAll", set_pm_all},
-    {"startInterConnd", nullptr},
-    {"syncConfig", nullptr},
-    {"syncOnoff", nullptr},
-    {"configAP", nullptr},
+    {"startInterConnd", set_start_interconnd},
+    {"syncConfig", set_sync_config},
+    {"syncOnoff", set_sync_onoff},
+    {"configAP", set_config_ap},
     {"hostSettings", set_host_settings},
     {"rmBlackHost", set_rm_black_host},
     {"restore", set_restore},
     {"fwrestore", set_fwrestore},
     {"reboot", set_reboot},
-    {"checkTAPasswd", nullptr},
-    {"checkUAPasswd", nullptr},
+    {"checkTAPasswd", check_admin_password},
+    {"checkUAPasswd", check_user_password},
     {"setloid", nullptr},
     {"registerloid", nullptr},
     {"usbModifyLabel", nullptr},
     {"setAppParas", nullptr},
-    {"logInfo", nullptr},
+    {"logInfo", log_login_event},
 };
 static_assert(sizeof kSetKeys / sizeof kSetKeys[0] == 25, "set knows 25 keys");
 

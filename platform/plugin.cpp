@@ -5,12 +5,12 @@
 
 namespace velconfig {
 
-bool PluginExchange::post(const char* app, const char* command, const char* reply_format) {
+bool PluginExchange::post(const char* app, const char* command, const char* reply_format, Reply handling) {
   char* reply = ZoVelPostMsg(app, command);
   if (reply == nullptr) return false;
   text_.adopt(reply);
   if (reply_format != nullptr) ZoVelLog(kLogNotice, reply_format, reply);
-  document_.adopt(json_loads(reply, 0, nullptr));
+  if (handling == Reply::kParse) document_.adopt(json_loads(reply, 0, nullptr));
   return true;
 }
 

@@ -35,10 +35,13 @@ inline int32_t read_json_int(json_t* object, const char* key, int32_t* destinati
 // document are kept in the call scope; finish() releases the document, then the text.
 class PluginExchange {
  public:
+  enum class Reply { kParse, kLogOnly };
+
   // Posts command to app. False when the platform gave no reply (nothing to
   // release). Otherwise the reply is logged at level 5 with reply_format (one "%s")
-  // when given, and parsed; document() is null when it is not JSON.
-  bool post(const char* app, const char* command, const char* reply_format);
+  // when given, and parsed unless the caller only logs it; document() is null when
+  // it was not parsed or is not JSON.
+  bool post(const char* app, const char* command, const char* reply_format, Reply reply = Reply::kParse);
   const char* reply() const { return text_.get(); }
   json_t* document() const { return document_.get(); }
   void finish();

@@ -6,6 +6,7 @@
 #include <lua.hpp>
 #include <string>
 
+#include "platform/zovel.h"
 #include "sim/files.h"
 #include "sim/sim.h"
 
@@ -201,6 +202,47 @@ int l_seconds_slept(lua_State* L) {
   return 1;
 }
 
+// plugin_reply(cmdtype, text): the interconnect plugin answers commands of that type
+// with text as it stands (any text, JSON or not); nil: it gives no reply; false: it
+// answers from the model again.
+int l_plugin_reply(lua_State* L) {
+  const char* type = luaL_checkstring(L, 1);
+  json_t* interconnect = velsim::object_at("interconnect");
+  json_t* replies = json_object_get(interconnect, "replies");
+  if (!json_is_object(replies)) {
+    replies = json_object();
+    json_object_set_new(interconnect, "replies", replies);
+  }
+  if (lua_isstring(L, 2)) {
+    size_t n = 0;
+    const char* text = lua_tolstring(L, 2, &n);
+    json_object_set_new(replies, type, json_stringn(text, n));
+  } else if (lua_isboolean(L, 2) && !lua_toboolean(L, 2)) {
+    json_object_del(replies, type);
+  } else {
+    json_object_set_new(replies, type, json_null());
+  }
+  velsim::model_changed();
+  return 0;
+}
+
+// plugin_post(command [, app]): posts a command as the module would (journaled) and
+// returns the reply text, or nil when there is none.
+int l_plugin_post(lua_State* L) {
+  const char* command = luaL_checkstring(L, 1);
+  const char* app = luaL_optstring(L, 2, "inter_conndv3");
+  char* reply = ZoVelPostMsg(app, command);
+  if (reply == nullptr) {
+    lua_pushnil(L);
+    return 1;
+  }
+  char copy[4096];
+  snprintf(copy, sizeof copy, "%s", reply);
+  g_free(reply);
+  lua_pushstring(L, copy);
+  return 1;
+}
+
 const luaL_Reg kFunctions[] = {
     {"reset", l_reset},
     {"load_model", l_load_model},
@@ -224,6 +266,8 @@ const luaL_Reg kFunctions[] = {
     {"tools_dir", l_tools_dir},
     {"advance_monotonic", l_advance_monotonic},
     {"seconds_slept", l_seconds_slept},
+    {"plugin_reply", l_plugin_reply},
+    {"plugin_post", l_plugin_post},
     {nullptr, nullptr},
 };
 

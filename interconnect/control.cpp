@@ -1,0 +1,111 @@
+// "startInterConnd", "syncConfig", "syncOnoff" and "configAP": the interconnect
+// plugin's start, its two synchronisation switches, and one access point's Wi-Fi.
+#include "common/table_field.h"
+#include "interconnect/interconnect.h"
+#include "interconnect/texts.h"
+#include "platform/plugin.h"
+#include "platform/text.h"
+#include "platform/zovel.h"
+
+namespace velconfig {
+namespace {
+
+enum class Switch { kSameWifi, kSameStatus };
+
+// The switch's field holds the value; the reply is only logged, and the page is
+// told 1 whether or not the plugin answered.
+int32_t set_switch(lua_State* L, const char* field, Switch which) {
+  char text[128];
+  read_field(L, field, text);
+  int32_t value = decimal_value(text);
+
+  char command[128];
+  bool same_wifi = which == Switch::kSameWifi;
+  if (same_wifi) {
+    format_command(command, sizeof command,
+                   "{\"CmdType\":\"SetSameWifi\",\"SameWiFiSwitch\":%d,\"SequenceId\":\"88888888\"}", value);
+  } else {
+    format_command(command, sizeof command,
+                   "{\"CmdType\":\"SetSameStatus\",\"SameStatusSwitch\":%d,\"SequenceId\":\"88888888\"}",
+                   value);
+  }
+  ZoVelLog(kLogNotice, same_wifi ? "Set SameWiFiSwitch: %d" : "Set SameStatusSwitch: %d", value);
+
+  PluginExchange exchange;
+  exchange.post(kInterconnectApp, command, same_wifi ? "Set SameWiFiSwitch: %s" : "Set SameStatusSwitch: %s",
+                PluginExchange::Reply::kLogOnly);
+  exchange.finish();
+  return 1;
+}
+
+enum class Band { k24, k5 };
+
+struct BandRequest {
+  char ssid[64];
+  char pwd[64];
+  char enbl[280];
+};
+
+// One band's SetWifiConfig for the access point mac: 1 when the plugin gave no
+// reply, else the reply's integer "Status" (0 when it has none or is not JSON).
+int32_t configure_band(lua_State* L, const char* mac, Band band) {
+  BandRequest req;
+  bool low = band == Band::k24;
+  read_field(L, low ? "ssid2g" : "ssid5g", req.ssid);
+  read_field(L, low ? "pwd2g" : "pwd5g", req.pwd);
+  read_field(L, low ? "enbl2g" : "enbl5g", req.enbl);
+
+  EscapedText<16> mac_text(mac);
+  EscapedText<sizeof req.ssid> ssid_text(req.ssid);
+  EscapedText<sizeof req.pwd> pwd_text(req.pwd);
+  char command[280];
+  if (low) {
+    format_command(command, sizeof command,
+                   "{\"CmdType\":\"SetWifiConfig\",\"infos\":{\"mac\":\"%s\",\"mode\":\"2.4g\",\"apidx\":0,"
+                   "\"ssid\":\"%s\",\"pwd\":\"%s\",\"enable\":%d},\"SequenceId\":\"88888888\"}",
+                   mac_text.text, ssid_text.text, pwd_text.text, decimal_value(req.enbl));
+  } else {
+    format_command(command, sizeof command,
+                   "{\"CmdType\":\"SetWifiConfig\",\"infos\":{\"mac\":\"%s\",\"mode\":\"5g\",\"apidx\":0,"
+                   "\"ssid\":\"%s\",\"pwd\":\"%s\",\"enable\":%d},\"SequenceId\":\"88888888\"}",
+                   mac_text.text, ssid_text.text, pwd_text.text, decimal_value(req.enbl));
+  }
+  ZoVelLog(kLogNotice, low ? "Set SetWifiConfig 2.4G: %s" : "Set SetWifiConfig 5G: %s", command);
+
+  PluginExchange exchange;
+  if (!exchange.post(kInterconnectApp, command, "%s")) return 1;
+  int32_t status = 0;
+  if (exchange.document() != nullptr) read_json_int(exchange.document(), "Status", &status);
+  exchange.finish();
+  return status;
+}
+
+}  // namespace
+
+int32_t set_start_interconnd(lua_State*) {
+  ZoVelLog(kLogNotice, "Start inter_conndv3 plugin");
+  return ZoVelStartApp(kInterconnectApp);
+}
+
+int32_t set_sync_config(lua_State* L) { return set_switch(L, "syncConfig", Switch::kSameWifi); }
+
+int32_t set_sync_onoff(lua_State* L) { return set_switch(L, "syncOnoff", Switch::kSameStatus); }
+
+// "modeflg" 1 configures 2.4 GHz, 2 5 GHz, 3 both (5 GHz only after a 2.4 GHz
+// success), anything else nothing. 0 success, 1 no reply, else the plugin's Status.
+int32_t set_config_ap(lua_State* L) {
+  char mac[16];
+  char modeflg[8];
+  read_field(L, "mac", mac);
+  read_field(L, "modeflg", modeflg);
+  ZoVelLog(kLogNotice, "WiFi mode: %s", modeflg);
+  int32_t mode = decimal_value(modeflg);
+
+  int32_t status = 0;
+  if (mode == 1 || mode == 3) status = configure_band(L, mac, Band::k24);
+  if (status != 0) return status;
+  if (mode == 2 || mode == 3) status = configure_band(L, mac, Band::k5);
+  return status;
+}
+
+}  // namespace velconfig

@@ -1,0 +1,68 @@
+// "account", "checkTAPasswd", "checkUAPasswd" and "logInfo": the web login checks,
+// the ordinary user's password change and the audit notes. The platform keeps the
+// passwords and any lock-out; this side turns its verdict into a result code.
+#include <string.h>
+
+#include "common/table_field.h"
+#include "platform/zovel.h"
+#include "system/system.h"
+
+namespace velconfig {
+
+// 0 changed; 1 the current password was rejected with status 1; 2 the change was
+// refused with a status; 3 any other failure. Without a table both texts are empty.
+int32_t change_account_password(lua_State* L) {
+  char old_password[256] = {};
+  char new_password[32] = {};
+  int32_t status = 0;
+  if (lua_istable(L, -1)) {
+    read_field(L, "old", old_password);
+    read_field(L, "new", new_password);
+  }
+  if (ZoVelSysCmdCheckUAPasswd(old_password, &status, nullptr) != 0 || status != 0) {
+    ZoVelLog(kLogNotice, "验证普通用户当前密码失败，修改失败。");
+    return status == 1 ? 1 : 3;
+  }
+  ZoVelLog(kLogNotice, "验证普通用户当前密码成功。");
+  if (ZoVelSysCmdSetUAPasswd(new_password, &status, nullptr) == 0) {
+    ZoVelLog(kLogNotice, "修改普通用户密码成功。");
+    return 0;
+  }
+  ZoVelLog(kLogNotice, "修改普通用户密码失败。");
+  return status != 0 ? 2 : 3;
+}
+
+// 0 accepted, 1 rejected. A check that writes no status counts as rejected.
+int32_t check_admin_password(lua_State* L) {
+  int32_t status = 1;
+  ZoVelSysCmdCheckTAPasswd(read_top_text(L), &status, nullptr);
+  if (status != 0) return 1;
+  ZoVelLog(kLogNotice, "登录网关管理WEB成功。");
+  return 0;
+}
+
+int32_t check_user_password(lua_State* L) {
+  int32_t status = 1;
+  ZoVelSysCmdCheckUAPasswd(read_top_text(L), &status, nullptr);
+  if (status == 0) {
+    ZoVelLog(kLogNotice, "登录网关普通WEB成功。");
+    return 0;
+  }
+  ZoVelLog(kLogNotice, "登录网关WEB失败。");
+  return 1;
+}
+
+// The pages report logout, lock and unlock; the module only notes them.
+int32_t log_login_event(lua_State* L) {
+  const char* event = read_top_text(L);
+  if (strcmp(event, "logout") == 0) {
+    ZoVelLog(kLogNotice, "用户退出并注销普通WEB页面访问。");
+  } else if (strcmp(event, "lock") == 0) {
+    ZoVelLog(kLogNotice, "用户输入密码错误超过3次已锁定，请等待一分钟后再试。");
+  } else if (strcmp(event, "unlock") == 0) {
+    ZoVelLog(kLogNotice, "已解锁，用户可重新输入密码尝试登录。");
+  }
+  return 0;
+}
+
+}  // namespace velconfig

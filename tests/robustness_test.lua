@@ -78,14 +78,18 @@ describe("hostile input", function()
       "ZoVelGetDHCPServer", "ZoVelGetDDNSServerObjs", "ZoVelGetSubIPTVInfo", "ZoVelSetSubIPTVInfo",
       "ZoVelGetPortMappingObjs", "ZoVelGetWLANDeviceObjs", "ZoVel_GetUSBDeviceObjs", "ZoVelSysCmdCheckLOID",
       "ZoVelSysCmdLocalRecovery", "ZoVelDBusCallMethod", "ZoVelAddPortMapping", "ZoVelDelPortMapping",
-      "ZoVelAddDDNSServerInstance", "ZoVelSetDDNSServerInstance", "ZoVelDelDDNSServerInstance" }
+      "ZoVelAddDDNSServerInstance", "ZoVelSetDDNSServerInstance", "ZoVelDelDDNSServerInstance",
+      "ZoVelListApp", "ZoVelStartApp", "ZoVelPostMsg", "ZoVelSysCmdCheckUAPasswd", "ZoVelSysCmdSetUAPasswd",
+      "ZoVelSysCmdCheckTAPasswd" }
     for _, op in ipairs(ops) do h.sim.fail(op, -9) end
     for _, key in ipairs(GET_KEYS) do
       local ok, err = pcall(v.get, v, key, "1", "1")
       assert(ok, key .. ": " .. tostring(err))
     end
+    -- the login checks and notes take a text, not a table
+    local TEXT_INPUT = { checkTAPasswd = true, checkUAPasswd = true, logInfo = true }
     for _, key in ipairs(SET_KEYS) do
-      local ok, result = pcall(v.set, v, key, hostile_table("1"))
+      local ok, result = pcall(v.set, v, key, TEXT_INPUT[key] and "1" or hostile_table("1"))
       assert(ok, key .. ": " .. tostring(result))
       assert.are.equal("number", type(result))
     end

@@ -23,12 +23,11 @@ namespace {
   throw LuaArgError(text);
 }
 
-// No NUL byte inside, and UTF-8 over the whole length.
+}  // namespace
+
 bool clean_text(const char* text, size_t length) {
   return memchr(text, '\0', length) == nullptr && g_utf8_validate(text, static_cast<gssize>(length), nullptr);
 }
-
-}  // namespace
 
 bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
   lua_getfield(L, -1, name);

@@ -28,6 +28,9 @@ template <size_t N>
   return read_table_field(L, name, buf, static_cast<int32_t>(N - 1));
 }
 
+// No NUL byte inside, and UTF-8 over the whole length.
+bool clean_text(const char* text, size_t length);
+
 // What a write answers when a field it read is not a clean text.
 constexpr int32_t kTextRefused = 1;
 

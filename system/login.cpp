@@ -1,7 +1,7 @@
 // "account", "checkTAPasswd", "checkUAPasswd" and "logInfo": the web login checks,
 // the ordinary user's password change and the audit notes. The platform keeps the
 // passwords and any lock-out; this side turns its verdict into a result code.
-#include <string.h>
+#include <string_view>
 
 #include "common/table_field.h"
 #include "platform/zovel.h"
@@ -9,15 +9,15 @@
 
 namespace velconfig {
 
-// 0 changed; 1 the current password was rejected with status 1; 2 the change was
-// refused with a status; 3 any other failure. Without a table both texts are empty.
+// 0 changed; 1 the current password was rejected with status 1, or a password is
+// not a clean text (the platform is not asked); 2 the change was refused with a
+// status; 3 any other failure. Without a table both texts are empty.
 int32_t change_account_password(lua_State* L) {
   char old_password[256] = {};
   char new_password[32] = {};
   int32_t status = 0;
   if (lua_istable(L, -1)) {
-    read_field(L, "old", old_password);
-    read_field(L, "new", new_password);
+    if (!read_field(L, "old", old_password) || !read_field(L, "new", new_password)) return kTextRefused;
   }
   if (ZoVelSysCmdCheckUAPasswd(old_password, &status, nullptr) != 0 || status != 0) {
     ZoVelLog(kLogNotice, "验证普通用户当前密码失败，修改失败。");
@@ -32,10 +32,13 @@ int32_t change_account_password(lua_State* L) {
   return status != 0 ? 2 : 3;
 }
 
-// 0 accepted, 1 rejected. A check that writes no status counts as rejected.
+// 0 accepted, 1 rejected. A check that writes no status counts as rejected, and so
+// does a password that is not a clean text: the platform would see only its part
+// up to a NUL byte.
 int32_t check_admin_password(lua_State* L) {
   int32_t status = 1;
-  ZoVelSysCmdCheckTAPasswd(read_top_text(L), &status, nullptr);
+  TopText password = read_top_text(L);
+  if (password.clean) ZoVelSysCmdCheckTAPasswd(password.text, &status, nullptr);
   if (status != 0) return 1;
   ZoVelLog(kLogNotice, "登录网关管理WEB成功。");
   return 0;
@@ -43,7 +46,8 @@ int32_t check_admin_password(lua_State* L) {
 
 int32_t check_user_password(lua_State* L) {
   int32_t status = 1;
-  ZoVelSysCmdCheckUAPasswd(read_top_text(L), &status, nullptr);
+  TopText password = read_top_text(L);
+  if (password.clean) ZoVelSysCmdCheckUAPasswd(password.text, &status, nullptr);
   if (status == 0) {
     ZoVelLog(kLogNotice, "登录网关普通WEB成功。");
     return 0;
@@ -54,12 +58,14 @@ int32_t check_user_password(lua_State* L) {
 
 // The pages report logout, lock and unlock; the module only notes them.
 int32_t log_login_event(lua_State* L) {
-  const char* event = read_top_text(L);
-  if (strcmp(event, "logout") == 0) {
+  TopText top = read_top_text(L);
+  // Compared over the whole text: "lock" with a NUL byte and a tail is no lock.
+  std::string_view event(top.text, top.length);
+  if (event == "logout") {
     ZoVelLog(kLogNotice, "用户退出并注销普通WEB页面访问。");
-  } else if (strcmp(event, "lock") == 0) {
+  } else if (event == "lock") {
     ZoVelLog(kLogNotice, "用户输入密码错误超过3次已锁定，请等待一分钟后再试。");
-  } else if (strcmp(event, "unlock") == 0) {
+  } else if (event == "unlock") {
     ZoVelLog(kLogNotice, "已解锁，用户可重新输入密码尝试登录。");
   }
   return 0;

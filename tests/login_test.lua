@@ -35,6 +35,13 @@ describe("login checks", function()
     end
   end)
 
+  it("rejects a password that is not a clean text without asking the platform", function()
+    assert.are.same({ 1, 1 }, { v:set("checkUAPasswd", USER .. "\0x"), v:set("checkTAPasswd", ADMIN .. "\255") })
+    assert.are.same({ FAIL_UA }, h.log_texts())
+    assert.are.same({}, h.calls("ZoVelSysCmdCheckUAPasswd"))
+    assert.are.same({}, h.calls("ZoVelSysCmdCheckTAPasswd"))
+  end)
+
   it("checks the key itself without an input, and refuses a table", function()
     assert.are.equal(1, v:set("checkUAPasswd"))
     assert.are.equal("checkUAPasswd", h.calls("ZoVelSysCmdCheckUAPasswd")[1].password)
@@ -59,7 +66,9 @@ describe("account", function()
       { { old = USER, new = "x" }, function(m) m.system.user_password_change_status = 5 end, 2,
         { CHECK_OK, CHANGE_FAILED } },
       { { old = USER, new = "x" }, "ZoVelSysCmdSetUAPasswd", 3, { CHECK_OK, CHANGE_FAILED } },
-      { { old = USER, new = "\255" }, nil, 3, { CHECK_OK, CHANGE_FAILED } },
+      -- a password that is not a clean text never reaches the platform
+      { { old = USER, new = "\255" }, nil, 1, {} },
+      { { old = USER .. "\0x", new = "x" }, nil, 1, {} },
     }
     for _, c in ipairs(cases) do
       h.reset()
@@ -89,7 +98,7 @@ describe("logInfo", function()
       { "logout", { "5 用户退出并注销普通WEB页面访问。" } },
       { "lock", { "5 用户输入密码错误超过3次已锁定，请等待一分钟后再试。" } },
       { "unlock", { "5 已解锁，用户可重新输入密码尝试登录。" } },
-      { "LOCK", {} }, { "", {} }, { "logout ", {} }, { 7, {} },
+      { "LOCK", {} }, { "", {} }, { "logout ", {} }, { "lock\0x", {} }, { 7, {} },
     }
     for _, c in ipairs(cases) do
       h.sim.clear_logs()

@@ -22,6 +22,12 @@ local CASES = {
   { "hostSettings", { type = "restrict", mac = "D89EF3A1B201", onOff = "1" }, { "onOff" },
     { "ZoVelGetLANHostByMAC" } },
   { "rmBlackHost", { mac = "B827EB5A9C07" }, { "mac" }, {} },
+  { "syncConfig", { syncConfig = "0" }, { "syncConfig" }, {} },
+  { "syncOnoff", { syncOnoff = "1" }, { "syncOnoff" }, {} },
+  -- both bands are judged before the first is sent
+  { "configAP", { mac = "A4C1E2104B21", modeflg = "3", ssid2g = "Hall", pwd2g = "k1", enbl2g = "1", ssid5g = "Hall-5G",
+    pwd5g = "k2", enbl5g = "0" }, { "mac", "modeflg", "ssid2g", "pwd2g", "enbl2g", "ssid5g", "pwd5g", "enbl5g" }, {} },
+  { "account", { old = "user1234", new = "n3w-pass" }, { "old", "new" }, {} },
 }
 -- "restore", "fwrestore" and "reboot" read no input at all.
 

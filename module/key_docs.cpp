@@ -82,7 +82,7 @@ const KeyDoc kDocs[] = {
     {"set", "syncConfig", "table: syncConfig", "1", true},
     {"set", "syncOnoff", "table: syncOnoff", "1", true},
     {"set", "configAP", "table: mac, modeflg, ssid2g, pwd2g, enbl2g, ssid5g, pwd5g, enbl5g",
-     "0 done, 1 no reply, other values the plugin's status", true},
+     "0 done, 1 no reply or a text that is not clean, other values the plugin's status", true},
     {"set", "hostSettings", "table: type, mac, onOff",
      "0 done, 1 unknown host, other values the platform's code", true},
     {"set", "rmBlackHost", "table: mac", "0 done, 1 unknown host, other values the platform's code", true},

@@ -2,13 +2,14 @@
 # missing packages with apt-get), configure, build, then run.
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+STACK_BUILD ?= build-stack
 WERROR ?= OFF
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
         lua-busted lua-cjson libmicrohttpd-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: readme-keys fuzz all setup configure build run test asan-test gateway-check format-check bench console console-test clean
+.PHONY: readme-keys fuzz all setup configure build run test asan-test gateway-check format-check stack-check bench console console-test clean
 
 all: build
 
@@ -71,9 +72,14 @@ format-check:
 	@command -v clang-format >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq clang-format; }
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
+# The module's stack frames and call chains against their budgets (README, Stack).
+stack-check: setup
+	cmake -S . -B $(STACK_BUILD) -DVELCONFIG_STACK_USAGE=ON -DVELCONFIG_WERROR=$(WERROR)
+	cmake --build $(STACK_BUILD) --target stack_check -j$(JOBS)
+
 bench: setup
 	@command -v valgrind >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq valgrind; }
 	bench/run.sh
 
 clean:
-	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) build-fuzz build-gw build-capi3 build-bench build-jit
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) build-fuzz build-gw build-capi3 build-bench build-jit

@@ -3,6 +3,8 @@
 //   bench_hosts time [N]   time per call of both, native
 //   bench_hosts hosts [N]  N hostsInfo calls, collected by callgrind (--collect-atstart=no)
 //   bench_hosts floor [N]  N floor builds, likewise
+//   bench_hosts stack      peak stack of one hostsInfo call on a thread of its own
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -118,6 +120,39 @@ __attribute__((noinline)) void build_floor(lua_State* L, const std::vector<Row>&
   velconfig::set_number(L, "count", n);
 }
 
+// Peak stack of body(L) run on a thread whose stack is painted first: the bytes
+// from the top of the stack down to the lowest one that changed, less what the
+// thread takes before body runs (its start-up and the thread-local block glibc
+// places at the top of a caller-given stack).
+constexpr size_t kThreadStack = 256 * 1024;
+constexpr unsigned char kPaint = 0xa5;
+
+struct StackRun {
+  lua_State* L;
+  void (*body)(lua_State*);
+};
+
+size_t peak_stack(lua_State* L, void (*body)(lua_State*)) {
+  static unsigned char stack[kThreadStack] __attribute__((aligned(4096)));
+  memset(stack, kPaint, sizeof stack);
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstack(&attr, stack, sizeof stack);
+  StackRun run{L, body};
+  pthread_t thread;
+  auto start = [](void* p) -> void* {
+    auto* r = static_cast<StackRun*>(p);
+    if (r->body != nullptr) r->body(r->L);
+    return nullptr;
+  };
+  if (pthread_create(&thread, &attr, start, &run) != 0) exit(1);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+  size_t low = 0;
+  while (low < sizeof stack && stack[low] == kPaint) ++low;
+  return sizeof stack - low;
+}
+
 double seconds_now() {
   timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -174,6 +209,16 @@ int main(int argc, char** argv) {
     return 1;
   }
   const std::string client = "192.168.1.5";
+
+  if (strcmp(mode, "stack") == 0) {
+    size_t idle = peak_stack(L, nullptr);
+    advance_clock();
+    size_t call = peak_stack(L, [](lua_State* S) {
+      call_hosts_info(S);
+      lua_pop(S, 1);
+    });
+    printf("hostsInfo %zu bytes of stack (lua_pcall and everything below it)\n", call - idle);
+  }
 
   double hosts_time = 0, floor_time = 0;
   bool timing = strcmp(mode, "time") == 0;

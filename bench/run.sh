@@ -1,7 +1,8 @@
 #!/bin/sh
 # Builds the hostsInfo benchmark and prints instructions and time per call for
 # hostsInfo (254 online hosts, warm rate file) and for the floor (the same result
-# table built through the Lua C API from memory), and their ratio.
+# table built through the Lua C API from memory), and their ratio, then the peak
+# stack of one hostsInfo call.
 set -eu
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$here/build-bench}
@@ -26,3 +27,5 @@ echo "  floor     $floor"
 awk -v h="$hosts" -v f="$floor" 'BEGIN { printf "  ratio     %.2f\n", h / f }'
 echo "time per call (native, ${TIME_CALLS:-2000} calls):"
 "$bin" time "${TIME_CALLS:-2000}" | sed 's/^/  /'
+echo "peak stack of one call (thread with a painted stack):"
+"$bin" stack | sed 's/^/  /'

@@ -5,12 +5,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
 #include <limits>
 #include <string_view>
 
+#include "platform/holders.h"
 #include "platform/seams.h"
 #include "platform/text.h"
 
@@ -24,6 +26,11 @@ constexpr size_t kLinePiece = 127;
 constexpr size_t kMacWidth = 23;
 // "%23s %lu %lu %ld\n" never needs more: 23 + 3 * (1 + 20) + 1.
 constexpr size_t kLineMax = 87;
+// Chunks of the file read and written at a time: small enough for a thread stack,
+// large enough that a file of 254 hosts (about 15 KB) takes a handful of calls.
+constexpr size_t kReadChunk = 2048;
+constexpr size_t kWriteChunk = 2048;
+static_assert(kReadChunk >= 2 * kLinePiece && kWriteChunk >= 2 * kLineMax, "a chunk holds whole pieces");
 
 bool rate_file_path(char (&path)[512]) { return gateway_file_path(kRateFile, path, sizeof path); }
 
@@ -149,6 +156,20 @@ bool write_all(int fd, const char* data, size_t length) {
   return true;
 }
 
+// Appends to data[*length, room) what the file gives; false once it has ended (a
+// short read ends it too: a regular file gives everything it has at once).
+bool read_more(int fd, char* data, size_t* length, size_t room) {
+  while (*length < room) {
+    size_t want = room - *length;
+    ssize_t n = read(fd, data + *length, want);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    *length += static_cast<size_t>(n);
+    if (static_cast<size_t>(n) < want) return false;
+  }
+  return true;
+}
+
 char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // strcasecmp's equality in the C locale.
@@ -186,27 +207,25 @@ bool load_host_rates(HostRateTable* table) {
   char path[512];
   if (!rate_file_path(path)) return false;
   // Non-blocking, so that a FIFO someone left in our place cannot stall the page; a
-  // folder or a device there reads as nothing or as junk, bounded below.
+  // folder or a device there reads as nothing or as junk, bounded by the line count.
   int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
-  // 254 pieces of at most 127 characters never reach further into the file.
-  constexpr size_t kReadRoom = kRateTableRoom * kLinePiece;
-  char data[kReadRoom];
+  // The file is read in chunks: a whole file (254 pieces of up to 127 characters)
+  // would need 32 KB of stack. Before each piece at least kLinePiece characters are
+  // in hand unless the file has ended, so a piece is cut where fgets would cut it.
+  char data[kReadChunk];
   size_t length = 0;
-  while (length < kReadRoom) {
-    size_t want = kReadRoom - length;
-    ssize_t n = read(fd, data + length, want);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    length += static_cast<size_t>(n);
-    // A regular file gives everything up to its end at once.
-    if (static_cast<size_t>(n) < want) break;
-  }
-  close(fd);
-
-  size_t lines = 0;
   size_t pos = 0;
-  while (lines < kRateTableRoom && pos < length) {
+  bool more = true;
+  size_t lines = 0;
+  while (lines < kRateTableRoom) {
+    if (more && length - pos < kLinePiece) {
+      memmove(data, data + pos, length - pos);
+      length -= pos;
+      pos = 0;
+      more = read_more(fd, data, &length, sizeof data);
+    }
+    if (pos == length) break;
     size_t room = length - pos < kLinePiece ? length - pos : kLinePiece;
     const void* feed = memchr(data + pos, '\n', room);
     size_t piece =
@@ -215,6 +234,7 @@ bool load_host_rates(HostRateTable* table) {
     pos += piece;
     ++lines;
   }
+  close(fd);
   index_host_rates(table);
   return lines > 0;
 }
@@ -232,9 +252,6 @@ void store_host_rates(const HostRateTable& table, size_t count) {
   char path[512];
   if (!rate_file_path(path)) return;
   if (count > kRateTableRoom) count = kRateTableRoom;
-  char text[kRateTableRoom * kLineMax];
-  char* end = text;
-  for (size_t i = 0; i < count; ++i) end = format_line(end, table.records[i]);
 
   // The next reader sees the old file or the new one whole, never a part of one.
   // O_EXCL never follows a link someone planted under the temporary name.
@@ -245,7 +262,17 @@ void store_host_rates(const HostRateTable& table, size_t count) {
   if (fd < 0 && errno == EEXIST && unlink(temp) == 0) fd = open(temp, flags, 0644);
   bool stored = false;
   if (fd >= 0) {
-    bool written = write_all(fd, text, static_cast<size_t>(end - text));
+    // Formatted a chunk at a time, for the same reason the file is read that way.
+    char text[kWriteChunk];
+    char* end = text;
+    bool written = true;
+    for (size_t i = 0; i < count && written; ++i) {
+      end = format_line(end, table.records[i]);
+      if (static_cast<size_t>(text + sizeof text - end) < kLineMax || i + 1 == count) {
+        written = write_all(fd, text, static_cast<size_t>(end - text));
+        end = text;
+      }
+    }
     stored = (close(fd) == 0) && written && rename(temp, path) == 0;
     if (!stored) unlink(temp);
   }
@@ -255,14 +282,19 @@ void store_host_rates(const HostRateTable& table, size_t count) {
 
 void HostSpeedComputation::start() {
   now_ = wall_clock_now();
-  memset(&previous_, 0, sizeof previous_);
-  memset(&current_, 0, sizeof current_);
   listed_ = 0;
-  valid_ = load_host_rates(&previous_);
+  valid_ = false;
   interval_ = 0;
+  // calloc clears both tables, as the computation starts from cleared tables.
+  Tables* tables = static_cast<Tables*>(calloc(1, sizeof(Tables)));
+  if (tables == nullptr) return;
+  call_scope::keep(tables, free);
+  tables_ = tables;
+  HostRateTable& previous = tables_->previous;
+  valid_ = load_host_rates(&previous);
   if (valid_) {
     // Only the first record's stamp counts: all records of one file share it.
-    uint64_t seconds = static_cast<uint64_t>(now_) - static_cast<uint64_t>(previous_.records[0].stamp);
+    uint64_t seconds = static_cast<uint64_t>(now_) - static_cast<uint64_t>(previous.records[0].stamp);
     interval_ = static_cast<int32_t>(static_cast<uint32_t>(seconds));
     if (interval_ > kRateMaxInterval) {
       char path[512];
@@ -275,10 +307,11 @@ void HostSpeedComputation::start() {
 HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
   std::string_view mac = field_text(host.mac);
   HostSpeed speed{0, 0};
+  if (tables_ == nullptr) return speed;
   if (interval_ > 0 && valid_ && !mac.empty()) {
-    int i = find_host_rate(mac, previous_);
+    int i = find_host_rate(mac, tables_->previous);
     if (i != kRateNotFound) {
-      const HostRate& before = previous_.records[i];
+      const HostRate& before = tables_->previous.records[i];
       if (host.up_bytes >= before.up_bytes && host.down_bytes >= before.down_bytes) {
         uint64_t seconds = static_cast<uint64_t>(interval_);
         speed.up =
@@ -290,7 +323,7 @@ HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
   }
   // Devices past the table's room are listed but not remembered.
   if (listed_ < kRateTableRoom) {
-    HostRate& now = current_.records[listed_];
+    HostRate& now = tables_->current.records[listed_];
     copy_text(now.mac, mac);
     now.down_bytes = host.down_bytes;
     now.up_bytes = host.up_bytes;
@@ -301,7 +334,10 @@ HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
 }
 
 void HostSpeedComputation::finish() {
-  if (listed_ > 0) store_host_rates(current_, listed_ < kRateTableRoom ? listed_ : kRateTableRoom);
+  if (tables_ == nullptr) return;
+  if (listed_ > 0) store_host_rates(tables_->current, listed_ < kRateTableRoom ? listed_ : kRateTableRoom);
+  call_scope::release(tables_);
+  tables_ = nullptr;
 }
 
 }  // namespace velconfig

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include <string_view>
+#include <type_traits>
 
 #include "platform/records.h"
 
@@ -48,21 +49,33 @@ struct HostSpeed {
 
 // One query's pass over the platform's device list: start() before the loop,
 // speed_of() for each device the query lists, in list order, finish() after it.
-// Trivially destructible, so it may live on the stack while Lua values are pushed.
+// The two tables (26 KB) are on the heap, kept in the call's scope, so that the
+// web server's small thread stacks are spared and a Lua error raised while rows
+// are pushed still frees them. Trivially destructible, so it may live on the stack
+// while Lua values are pushed.
 class HostSpeedComputation {
  public:
+  // May throw what call_scope::keep throws. Without memory for the tables every
+  // speed is 0 and the file is left as it is.
   void start();
   HostSpeed speed_of(const ZoVelLanHost& host);
-  // Stores the listed devices' counters as the next baseline (when any were listed).
+  // Stores the listed devices' counters as the next baseline (when any were listed)
+  // and gives the tables back.
   void finish();
 
  private:
+  struct Tables {
+    HostRateTable previous;
+    HostRateTable current;
+  };
+
   int64_t now_ = 0;
   int32_t interval_ = 0;
   bool valid_ = false;
   size_t listed_ = 0;
-  HostRateTable previous_;
-  HostRateTable current_;
+  Tables* tables_ = nullptr;
 };
+
+static_assert(std::is_trivially_destructible_v<HostSpeedComputation>, "a longjmp may pass over it");
 
 }  // namespace velconfig

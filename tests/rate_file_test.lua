@@ -99,6 +99,18 @@ describe("rate file baseline", function()
     assert.are.same({ { 64, 0 } }, speeds())
   end)
 
+  -- A first line for the stamp, then 31 lines of 1,001 characters: 248 pieces of at
+  -- most 127 that cross many read chunks; short filler lines bring the wanted MAC to
+  -- the 254th record or past it.
+  for _, c in ipairs({ { 4, "is found as the 254th record", { { 64, 0 } } }, { 5, "is past the 254th record", { { 0, 0 } } } }) do
+    it("a MAC after long lines read in pieces " .. c[2], function()
+      with_hosts({ host(1, { up_bytes = 80 }) })
+      local text = (string.rep("x", 1000) .. "\n"):rep(31) .. ("zz 0 0 " .. (T0 - 10) .. "\n"):rep(c[1])
+      h.write_file(RATES, string.format("%23s 0 0 %d\n", "zz", T0 - 10) .. text .. line("000000000001", 0, 0, T0 - 10))
+      assert.are.same(c[3], speeds())
+    end)
+  end
+
   it("lists more than 254 devices but remembers only the first 254", function()
     local hosts = {}
     for i = 1, 300 do hosts[i] = host(i, { up_rate = 800 }) end

@@ -61,19 +61,26 @@ void push_json(lua_State* L, json_t* v) {
 // Raises message as a Lua error once no C++ object is alive in this frame.
 int fail_with(lua_State* L, const char* message) { return luaL_error(L, "%s", message); }
 
-int l_reset(lua_State*) {
-  std::string reason;
-  velsim::load_model_text(velsim::default_model_text(), &reason);
+int l_reset(lua_State* L) {
+  char message[512] = {};
+  {
+    std::string reason;
+    if (!velsim::load_model_text(velsim::default_model_text(), &reason)) {
+      snprintf(message, sizeof message, "%s", reason.c_str());
+    }
+  }
   velsim::clear_journal();
   velsim::clear_logs();
   velsim::clear_faults();
   velsim::unpin_clock();
+  velsim::set_history_limit(velsim::kDefaultHistoryLimit);
+  if (message[0] != '\0') return fail_with(L, message);
   return 0;
 }
 
 int l_load_model(lua_State* L) {
   const char* text = luaL_checkstring(L, 1);
-  char message[256] = {};
+  char message[512] = {};
   {
     std::string reason;
     if (!velsim::load_model_text(text, &reason)) snprintf(message, sizeof message, "%s", reason.c_str());
@@ -83,7 +90,17 @@ int l_load_model(lua_State* L) {
 }
 
 int l_model(lua_State* L) {
-  char* text = json_dumps(velsim::model(), JSON_SORT_KEYS | JSON_INDENT(1));
+  char message[512] = {};
+  char* text = nullptr;
+  {
+    velsim::ModelSession session;
+    if (session.ok()) {
+      text = json_dumps(velsim::model(), JSON_SORT_KEYS | JSON_INDENT(1));
+    } else {
+      snprintf(message, sizeof message, "%s", velsim::take_state_error().c_str());
+    }
+  }
+  if (message[0] != '\0') return fail_with(L, message);
   lua_pushstring(L, text != nullptr ? text : "{}");
   free(text);
   return 1;
@@ -104,6 +121,11 @@ int l_clear_journal(lua_State*) {
   return 0;
 }
 
+int l_journal_dropped(lua_State* L) {
+  lua_pushnumber(L, static_cast<lua_Number>(velsim::journal_dropped()));
+  return 1;
+}
+
 int l_logs(lua_State* L) {
   push_json(L, velsim::log_lines());
   return 1;
@@ -114,10 +136,29 @@ int l_clear_logs(lua_State*) {
   return 0;
 }
 
+int l_logs_dropped(lua_State* L) {
+  lua_pushnumber(L, static_cast<lua_Number>(velsim::logs_dropped()));
+  return 1;
+}
+
+// A count from a Lua number, clamped to [low, high] (NaN: an argument error).
+int64_t count_at(lua_State* L, int index, int64_t low, int64_t high) {
+  lua_Number n = luaL_checknumber(L, index);
+  if (n != n) return luaL_argerror(L, index, "not a number");
+  if (n <= static_cast<lua_Number>(low)) return low;
+  if (n >= static_cast<lua_Number>(high)) return high;
+  return static_cast<int64_t>(n);
+}
+
+int l_history_limit(lua_State* L) {
+  velsim::set_history_limit(static_cast<size_t>(count_at(L, 1, 0, INT32_MAX)));
+  return 0;
+}
+
 int l_fail(lua_State* L) {
   const char* op = luaL_checkstring(L, 1);
-  int32_t code = static_cast<int32_t>(luaL_checkinteger(L, 2));
-  int32_t times = static_cast<int32_t>(luaL_optinteger(L, 3, 0));
+  int32_t code = static_cast<int32_t>(count_at(L, 2, INT32_MIN, INT32_MAX));
+  int32_t times = lua_isnoneornil(L, 3) ? 0 : static_cast<int32_t>(count_at(L, 3, INT32_MIN, INT32_MAX));
   velsim::set_fault(op, code, times);
   return 0;
 }
@@ -165,6 +206,15 @@ int l_use_state_file(lua_State* L) {
   }
   if (message[0] != '\0') return fail_with(L, message);
   return 0;
+}
+
+// The first state file problem since the last call (cannot lock, read or save), or nil.
+int l_state_error(lua_State* L) {
+  char message[512] = {};
+  snprintf(message, sizeof message, "%s", velsim::take_state_error().c_str());
+  if (message[0] == '\0') return 0;
+  lua_pushstring(L, message);
+  return 1;
 }
 
 int l_set_root(lua_State* L) {
@@ -250,8 +300,11 @@ const luaL_Reg kFunctions[] = {
     {"default_model", l_default_model},
     {"journal", l_journal},
     {"clear_journal", l_clear_journal},
+    {"journal_dropped", l_journal_dropped},
     {"logs", l_logs},
     {"clear_logs", l_clear_logs},
+    {"logs_dropped", l_logs_dropped},
+    {"history_limit", l_history_limit},
     {"fail", l_fail},
     {"clear_faults", l_clear_faults},
     {"pin_clock", l_pin_clock},
@@ -259,6 +312,7 @@ const luaL_Reg kFunctions[] = {
     {"unpin_clock", l_unpin_clock},
     {"now", l_now},
     {"use_state_file", l_use_state_file},
+    {"state_error", l_state_error},
     {"set_root", l_set_root},
     {"root", l_root},
     {"log_to_stderr", l_log_to_stderr},

@@ -109,7 +109,7 @@ extern "C" int32_t ZoVelSysCmdReboot(void*, void*) {
     velsim::settle_time();
     json_t* d = object_at("device");
     json_object_set_new(d, "uptime", json_integer(0));
-    json_object_set_new(d, "boot_count", json_integer(int_of(d, "boot_count") + 1));
+    json_object_set_new(d, "boot_count", json_integer(velsim::saturating_add(int_of(d, "boot_count"), 1)));
     json_object_set_new(object_at("wan"), "uptime", json_integer(0));
     velsim::model_changed();
     return 0;

@@ -41,7 +41,7 @@ int32_t set_access(const char* path, GVariant* value) {
   json_t* host = host_at_path(path);
   if (host == nullptr) return kNoSuchObject;
   if (!g_variant_is_of_type(value, G_VARIANT_TYPE_BYTE)) return kWrongType;
-  json_object_set_new(host, "access", json_integer(g_variant_get_byte(value)));
+  store(host, "access", json_integer(g_variant_get_byte(value)), 2);
   return 0;
 }
 

@@ -11,10 +11,16 @@ using velsim::operation;
 
 namespace {
 
+const std::initializer_list<velsim::ByteRange> kIptvReserved{VELSIM_RANGE(ZoVelIptvInfo, reserved0),
+                                                             VELSIM_RANGE(ZoVelIptvInfo, reserved1)};
+
 json_t* iptv_args(const ZoVelIptvInfo* r) {
   if (r == nullptr) return nullptr;
   json_t* args = json_pack("{s:i,s:i}", "enable", r->enable, "vlan_id", r->vlan_id);
   json_object_set_new(args, "bound_ports", velsim::shown_text(r->bound_ports, sizeof r->bound_ports));
+  json_t* reserved = velsim::reserved_of(r, kIptvReserved);
+  if (json_object_size(reserved) > 0) json_object_set(args, "reserved", reserved);
+  json_decref(reserved);
   return args;
 }
 
@@ -24,6 +30,7 @@ extern "C" int32_t ZoVelGetSubIPTVInfo(ZoVelIptvInfo* iptv) {
   return operation("ZoVelGetSubIPTVInfo", nullptr, [&] {
     if (iptv == nullptr) return -1;
     json_t* m = object_at("iptv");
+    velsim::put_reserved(m, iptv, kIptvReserved);
     iptv->enable = static_cast<int32_t>(int_of(m, "enable"));
     iptv->vlan_id = static_cast<int32_t>(int_of(m, "vlan_id", -1));
     velsim::put_text(iptv->bound_ports, velsim::text_of(m, "bound_ports"));
@@ -38,9 +45,10 @@ extern "C" int32_t ZoVelSetSubIPTVInfo(ZoVelIptvInfo* iptv) {
     json_t* m = object_at("iptv");
     char ports[sizeof iptv->bound_ports + 1] = {};
     memcpy(ports, iptv->bound_ports, sizeof iptv->bound_ports);
-    json_object_set_new(m, "enable", json_integer(iptv->enable));
-    json_object_set_new(m, "vlan_id", json_integer(iptv->vlan_id));
-    json_object_set_new(m, "bound_ports", json_string(ports));
+    velsim::store(m, "enable", json_integer(iptv->enable));
+    velsim::store(m, "vlan_id", json_integer(iptv->vlan_id), -1);
+    velsim::store(m, "bound_ports", json_string(ports));
+    velsim::store_reserved(m, velsim::reserved_of(iptv, kIptvReserved), kIptvReserved);
     velsim::model_changed();
     return 0;
   });

@@ -36,7 +36,7 @@ GVariant* dhcp_text(const char* key) { return g_variant_new_string(text_of(objec
 
 int32_t set_dhcp_text(const char* key, GVariant* value) {
   if (!g_variant_is_of_type(value, G_VARIANT_TYPE_STRING)) return kWrongType;
-  json_object_set_new(object_at("dhcp"), key, json_string(g_variant_get_string(value, nullptr)));
+  store(object_at("dhcp"), key, json_string(g_variant_get_string(value, nullptr)));
   return 0;
 }
 
@@ -53,7 +53,7 @@ const PropertyTable kDhcpProperties{
      [](const char*) { return g_variant_new_boolean(flag_of(object_at("dhcp"), "enable")); },
      [](const char*, GVariant* v) -> int32_t {
        if (!g_variant_is_of_type(v, G_VARIANT_TYPE_BOOLEAN)) return kWrongType;
-       json_object_set_new(object_at("dhcp"), "enable", json_boolean(g_variant_get_boolean(v)));
+       store(object_at("dhcp"), "enable", json_boolean(g_variant_get_boolean(v)));
        return 0;
      }},
 };
@@ -76,14 +76,16 @@ long find_entry(json_t* entries, const char* prefix, const char* path) {
   return -1;
 }
 
-json_int_t next_id(json_t* entries) {
+// The id after the largest in use; false when the largest is the last one there is
+// (an id is never given twice).
+bool next_id(json_t* entries, json_int_t* id) {
   json_int_t top = 0;
   size_t i;
   json_t* entry;
   json_array_foreach(entries, i, entry) {
     if (int_of(entry, "id") > top) top = int_of(entry, "id");
   }
-  return top + 1;
+  return !__builtin_add_overflow(top, 1, id);
 }
 
 template <class Record, class Fill>
@@ -103,7 +105,12 @@ BlockText block_text(const ZoVelObjPath& block) {
 
 // ---- DDNS ----
 
+const std::initializer_list<ByteRange> kDdnsReserved{VELSIM_RANGE(ZoVelDdnsServer, reserved0),
+                                                     VELSIM_RANGE(ZoVelDdnsServer, reserved1),
+                                                     VELSIM_RANGE(ZoVelDdnsServer, reserved2)};
+
 void fill_ddns(json_t* entry, ZoVelDdnsServer* r) {
+  put_reserved(entry, r, kDdnsReserved);
   object_path(r->path, kDdnsPathPrefix, entry);
   r->enable = static_cast<int32_t>(int_of(entry, "enable"));
   put_text(r->provider, text_of(entry, "provider"));
@@ -123,12 +130,19 @@ json_t* ddns_fields(const ZoVelDdnsServer* r) {
   json_object_set_new(j, "password", text_json(r->password));
   json_object_set_new(j, "domain", text_json(r->domain));
   json_object_set_new(j, "hostname", text_json(r->hostname));
+  json_t* reserved = reserved_of(r, kDdnsReserved);
+  if (json_object_size(reserved) > 0) json_object_set(j, "reserved", reserved);
+  json_decref(reserved);
   return j;
 }
 
 // ---- port mapping ----
 
+const std::initializer_list<ByteRange> kRuleReserved{VELSIM_RANGE(ZoVelPortMapping, reserved0),
+                                                     VELSIM_RANGE(ZoVelPortMapping, reserved1)};
+
 void fill_rule(json_t* entry, ZoVelPortMapping* r) {
+  put_reserved(entry, r, kRuleReserved);
   object_path(r->path, kPortMappingPathPrefix, entry);
   r->enable = static_cast<int32_t>(int_of(entry, "enable"));
   r->external_port = static_cast<uint32_t>(int_of(entry, "external_port"));
@@ -147,6 +161,9 @@ json_t* rule_fields(const ZoVelPortMapping* r) {
   json_object_set_new(j, "protocol", text_json(r->protocol));
   json_object_set_new(j, "client", text_json(r->client));
   json_object_set_new(j, "description", text_json(r->description));
+  json_t* reserved = reserved_of(r, kRuleReserved);
+  if (json_object_size(reserved) > 0) json_object_set(j, "reserved", reserved);
+  json_decref(reserved);
   return j;
 }
 
@@ -170,15 +187,21 @@ const PropertyTable kPortMappingProperties{
        json_t* rule = rule_at_path(path);
        if (rule == nullptr) return kNoSuchObject;
        if (!g_variant_is_of_type(v, G_VARIANT_TYPE_BOOLEAN)) return kWrongType;
-       json_object_set_new(rule, "enable", json_integer(g_variant_get_boolean(v) ? 1 : 0));
+       store(rule, "enable", json_integer(g_variant_get_boolean(v) ? 1 : 0));
        return 0;
      }},
 };
 
-// Adds fields (a record's, stolen) to the model array under a new id.
+// Adds fields (a record's, stolen) to the model array under a new id; fails (-1)
+// when no id is left.
 int32_t add_entry(const char* key, json_t* fields) {
   json_t* entries = array_at(key);
-  json_object_set_new(fields, "id", json_integer(next_id(entries)));
+  json_int_t id;
+  if (!next_id(entries, &id)) {
+    json_decref(fields);
+    return -1;
+  }
+  json_object_set_new(fields, "id", json_integer(id));
   json_array_append_new(entries, fields);
   model_changed();
   return 0;
@@ -200,9 +223,15 @@ int32_t update_ddns(const ZoVelObjPath& path, const ZoVelDdnsServer* server) {
   json_t* entries = array_at("ddns");
   long i = find_entry(entries, kDdnsPathPrefix, block_text(path).text);
   if (i < 0) return kNoSuchObject;
+  json_t* entry = json_array_get(entries, static_cast<size_t>(i));
   json_t* fields = ddns_fields(server);
-  json_object_update(json_array_get(entries, static_cast<size_t>(i)), fields);
+  const char* key;
+  json_t* value;
+  json_object_foreach(fields, key, value) {
+    if (strcmp(key, "reserved") != 0) store(entry, key, json_incref(value));
+  }
   json_decref(fields);
+  store_reserved(entry, reserved_of(server, kDdnsReserved), kDdnsReserved);
   model_changed();
   return 0;
 }

@@ -56,7 +56,12 @@ void fill_usb(json_t* usb, ZoVelUsbDevice* r) {
   put_text(r->label, text_of(usb, "label"));
 }
 
+const std::initializer_list<ByteRange> kWlanReserved{
+    VELSIM_RANGE(ZoVelWlanDevice, reserved0), VELSIM_RANGE(ZoVelWlanDevice, reserved1),
+    VELSIM_RANGE(ZoVelWlanDevice, reserved2), VELSIM_RANGE(ZoVelWlanDevice, reserved3)};
+
 void fill_wlan(json_t* wlan, ZoVelWlanDevice* r) {
+  put_reserved(wlan, r, kWlanReserved);
   snprintf(r->path, sizeof r->path, "%s%lld", kWlanPathPrefix, static_cast<long long>(int_of(wlan, "id")));
   put_text(r->ssid, text_of(wlan, "ssid"));
   r->enable = static_cast<uint32_t>(int_of(wlan, "enable"));

@@ -4,24 +4,54 @@
 
 #include <glib.h>
 #include <jansson.h>
+#include <stddef.h>
 #include <stdint.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 namespace velsim {
 
-// The model, loaded on first use: from VELCONFIG_SIM_STATE when set (seeded from the
-// embedded default when the file does not exist), else the embedded default.
+// The model: with a state file (VELCONFIG_SIM_STATE or use_state_file), the file's
+// contents as of the current operation; else the embedded default, in memory.
 json_t* model();
-// Saves the model (atomically) when it lives in a state file. Call after a change.
+// Marks the model changed; the operation's session saves it when it ends.
 void model_changed();
-// Replaces the model; false with a reason when text is not a JSON object.
+// Replaces the model (and saves it); false with a reason when text is not a JSON
+// object or the state file cannot be read or saved.
 bool load_model_text(const char* text, std::string* reason);
 // The embedded default model.
 const char* default_model_text();
-// Uses path as the state file from now on (empty: in memory) and reloads.
+// Uses path as the state file from now on (empty: in memory) and loads it, seeding
+// it from the default when it does not exist. On failure the model is in memory.
 bool use_state_file(const std::string& path, std::string* reason);
+// The first state file problem (cannot lock, read or save) since the last call, or "".
+std::string take_state_error();
+
+// Result of an operation that could not read the state file, or whose change could
+// not be saved into it (the change is undone).
+constexpr int32_t kStateFailed = -5;
+
+// One operation's hold on the state file: the lock file next to it is held, the
+// model is read again when another process saved since, and a change marked with
+// model_changed() is saved by commit(); a change not committed is undone. Nested
+// sessions share the outermost one. Without a state file it only counts nesting.
+class ModelSession {
+ public:
+  ModelSession() noexcept;
+  ~ModelSession() noexcept;
+  ModelSession(const ModelSession&) = delete;
+  ModelSession& operator=(const ModelSession&) = delete;
+  // False when the state file could not be locked or read: the model must not be used.
+  bool ok() const { return ok_; }
+  // Saves a marked change; false when it could not be saved (and was undone).
+  bool commit();
+
+ private:
+  bool ok_ = true;
+  bool locked_ = false;
+};
 
 // Seconds since the epoch, pinned or real.
 int64_t now();
@@ -36,30 +66,47 @@ void settle_time();
 // Seconds the WAN has been up, running with the clock; 0 while neither of its
 // statuses is "connected".
 uint32_t wan_up_time();
-// A byte counter after seconds at rate_bits bits per second.
-inline uint64_t counter_after(json_int_t counter, json_int_t rate_bits, int64_t seconds) {
-  return static_cast<uint64_t>(counter) +
-         static_cast<uint64_t>(rate_bits) * static_cast<uint64_t>(seconds) / 8;
+// a + b, saturating at the limits of the model's integers instead of overflowing.
+inline json_int_t saturating_add(json_int_t a, int64_t b) {
+  json_int_t sum;
+  if (!__builtin_add_overflow(a, b, &sum)) return sum;
+  return b > 0 ? INT64_MAX : INT64_MIN;
 }
 
-// A running figure after seconds more, saturating instead of overflowing.
-inline json_int_t plus_seconds(json_int_t figure, int64_t seconds) {
-  json_int_t sum;
-  if (!__builtin_add_overflow(figure, seconds, &sum)) return sum;
-  return seconds > 0 ? INT64_MAX : INT64_MIN;
+// A running figure after seconds more.
+inline json_int_t plus_seconds(json_int_t figure, int64_t seconds) { return saturating_add(figure, seconds); }
+
+// A byte counter after seconds at rate_bits bits per second: never below 0, and
+// saturating at the largest figure the model can store.
+inline uint64_t counter_after(json_int_t counter, json_int_t rate_bits, int64_t seconds) {
+  uint64_t start = counter > 0 ? static_cast<uint64_t>(counter) : 0;
+  if (rate_bits <= 0 || seconds <= 0) return start;
+  uint64_t bits;
+  if (__builtin_mul_overflow(static_cast<uint64_t>(rate_bits), static_cast<uint64_t>(seconds), &bits)) {
+    return INT64_MAX;
+  }
+  uint64_t total = start + bits / 8;  // both below 2^63: no wrap
+  return total < static_cast<uint64_t>(INT64_MAX) ? total : static_cast<uint64_t>(INT64_MAX);
 }
+
 // A JSON number as an integer: reals are truncated and clamped, NaN gives fallback.
 json_int_t number_of(json_t* v, json_int_t fallback);
 
-// Journal: op name plus an object of arguments (stolen; may be null).
+// Journal: op name plus an object of arguments (stolen; may be null). The journal
+// and the log lines keep the newest entries, at most the history limit each, and
+// count the older ones they dropped (since the last clear).
+constexpr size_t kDefaultHistoryLimit = 10000;
 void journal(const char* op, json_t* args);
-json_t* journal_entries();  // borrowed array
+json_t* journal_entries();  // borrowed array, valid until the next journal change
+uint64_t journal_dropped();
 void clear_journal();
 
 void add_log(int32_t level, const char* text);
-json_t* log_lines();  // borrowed array of {level, text}
+json_t* log_lines();  // borrowed array of {level, text}, valid until the next line
+uint64_t logs_dropped();
 void clear_logs();
 void set_log_to_stderr(bool on);
+void set_history_limit(size_t limit);
 
 // Faults: an operation made to fail returns code and touches no out-parameter.
 void set_fault(const char* op, int32_t code, int32_t times);  // times <= 0: until cleared
@@ -75,6 +122,30 @@ json_t* array_at(const char* key);   // a top-level array, created when missing
 const char* text_of(json_t* obj, const char* key, const char* fallback = "");
 json_int_t int_of(json_t* obj, const char* key, json_int_t fallback = 0);
 bool flag_of(json_t* obj, const char* key, bool fallback = false);
+
+// Stores value (stolen) as obj's member key, unless the member already reads as that
+// value (a member of an unexpected type reads as empty, false or, for a number, the
+// reader's fallback): such a write leaves the member exactly as it was.
+void store(json_t* obj, const char* key, json_t* value, json_int_t fallback = 0);
+
+// Bytes of a record the module does not interpret. The platform expects them back
+// unchanged when the record is written, so the model keeps them, in the member
+// "reserved": an object of lower-case hex texts keyed by each range's byte offset.
+struct ByteRange {
+  size_t offset;
+  size_t size;
+};
+#define VELSIM_RANGE(Record, field) \
+  velsim::ByteRange { offsetof(Record, field), sizeof(Record::field) }
+
+// Copies the entry's reserved bytes into a (cleared) record; a text that is not hex
+// gives zeros (and stays in the model as it is).
+void put_reserved(json_t* entry, void* record, std::initializer_list<ByteRange> ranges);
+// The record's reserved ranges that are not all zero, as a new "reserved" object.
+json_t* reserved_of(const void* record, std::initializer_list<ByteRange> ranges);
+// Stores a written record's reserved bytes (stolen object, as reserved_of gives)
+// into entry; ranges whose bytes the entry already gives are left as they are.
+void store_reserved(json_t* entry, json_t* reserved, std::initializer_list<ByteRange> ranges);
 
 // A record text (at most n bytes, up to its terminator) as a JSON string for the
 // journal and the log: bytes that are not UTF-8 are shown as U+FFFD.
@@ -114,15 +185,20 @@ int32_t list_records(const std::vector<json_t*>& items, Record** out, Count* cou
   return 0;
 }
 
-// Runs an operation: journals it, answers an injected fault, and keeps exceptions
-// from leaving the extern "C" boundary.
+// Runs an operation: journals it, answers an injected fault, holds the state file
+// for the body (saving what it changed), and keeps exceptions from leaving the
+// extern "C" boundary.
 template <class Body>
 int32_t operation(const char* op, json_t* args, Body body) noexcept {
   try {
     journal(op, args);
     int32_t code = 0;
     if (take_fault(op, &code)) return code;
-    return body();
+    ModelSession session;
+    if (!session.ok()) return kStateFailed;
+    code = body();
+    if (!session.commit()) return kStateFailed;
+    return code;
   } catch (...) {
     return -1;
   }

@@ -1,10 +1,13 @@
 // Simulator core: model loading and saving, clock, journal, log lines and faults.
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/file.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <deque>
 #include <map>
 
 #include "sim/sim.h"
@@ -18,22 +21,74 @@ struct Fault {
   int32_t times;  // <= 0: until cleared
 };
 
+// The journal or the log lines: the newest entries, at most a limit, with a count of
+// the older ones dropped, so that a long-lived process does not grow without bound.
+struct History {
+  std::deque<json_t*> entries;
+  uint64_t dropped = 0;
+  json_t* view = json_array();  // what the companion reads, rebuilt when asked
+  bool view_stale = false;
+
+  void add(json_t* entry, size_t limit) {
+    entries.push_back(entry);
+    view_stale = true;
+    trim(limit);
+  }
+  void trim(size_t limit) {
+    while (entries.size() > limit) {
+      json_decref(entries.front());
+      entries.pop_front();
+      ++dropped;
+      view_stale = true;
+    }
+  }
+  void clear() {
+    for (json_t* e : entries) json_decref(e);
+    entries.clear();
+    dropped = 0;
+    view_stale = true;
+  }
+  json_t* array() {
+    if (view_stale) {
+      json_array_clear(view);
+      for (json_t* e : entries) json_array_append(view, e);
+      view_stale = false;
+    }
+    return view;
+  }
+};
+
 struct State {
   json_t* model = nullptr;
   std::string state_file;
   bool state_file_known = false;
+  // Whether state file errors go only to take_state_error() (the companion asked for
+  // the file) or also to stderr (the file came from VELCONFIG_SIM_STATE).
+  bool errors_to_caller = false;
+  int lock_fd = -1;
+  // The state file as this process last read or wrote it: another process's save
+  // shows as a different text.
+  std::string file_text;
+  bool file_seen = false;  // file_text holds the file's contents
+  bool loaded = false;     // the model is the state file's (or about to seed it)
+  int session_depth = 0;
+  bool dirty = false;
+  std::string state_error;
   bool pinned = false;
   int64_t pinned_at = 0;
-  json_t* journal = json_array();
-  json_t* logs = json_array();
+  History journal;
+  History logs;
+  size_t history_limit = kDefaultHistoryLimit;
   bool log_to_stderr = false;
   std::map<std::string, Fault> faults;
   std::string root;
 };
 
+// Never destroyed: operations may still run from other libraries' exit handlers,
+// and everything it holds stays reachable until the process ends.
 State& state() {
-  static State s;
-  return s;
+  static State* s = new State;
+  return *s;
 }
 
 // A model whose time base is unset takes "now" as the moment its figures hold.
@@ -50,99 +105,287 @@ void adopt(json_t* m) {
   state().model = m;
 }
 
-// A new file (unique name, private mode) renamed over the old one, so a reader sees
-// one or the other whole, even while another run saves.
-bool save_to(const std::string& path, json_t* m) {
-  char* text = json_dumps(m, JSON_INDENT(2) | JSON_SORT_KEYS);
-  if (text == nullptr) return false;
-  GError* error = nullptr;
-  bool ok = g_file_set_contents_full(path.c_str(), text, -1, G_FILE_SET_CONTENTS_CONSISTENT, 0600, &error);
-  if (!ok) {
-    fprintf(stderr, "velconfig simulator: cannot save %s: %s\n", path.c_str(), error->message);
-    g_error_free(error);
-  }
-  free(text);
-  return ok;
-}
-
-json_t* parse_object(const char* text, std::string* reason) {
+json_t* parse_object(const char* text, size_t length, std::string* reason) {
   json_error_t error;
-  json_t* m = json_loads(text, 0, &error);
+  json_t* m = json_loadb(text, length, 0, &error);
   if (m == nullptr) {
-    if (reason) *reason = std::string("model is not JSON: ") + error.text;
+    if (reason) *reason = std::string("not JSON: ") + error.text;
     return nullptr;
   }
   if (!json_is_object(m)) {
     json_decref(m);
-    if (reason) *reason = "model must be a JSON object";
+    if (reason) *reason = "not a JSON object";
     return nullptr;
   }
   return m;
 }
 
-void load() {
+void adopt_default() { adopt(parse_object(default_model_text(), strlen(default_model_text()), nullptr)); }
+
+// Records a state file problem for take_state_error(); returns false.
+bool state_failed(const std::string& message) {
   State& s = state();
-  if (!s.state_file_known) {
-    const char* env = getenv("VELCONFIG_SIM_STATE");
-    s.state_file = env != nullptr ? env : "";
-    s.state_file_known = true;
-  }
-  json_t* m = nullptr;
-  if (!s.state_file.empty()) {
-    json_error_t error;
-    m = json_load_file(s.state_file.c_str(), 0, &error);
-    if (m != nullptr && !json_is_object(m)) {
-      json_decref(m);
-      m = nullptr;
+  if (s.state_error.empty()) s.state_error = message;
+  if (!s.errors_to_caller) fprintf(stderr, "velconfig simulator: %s\n", message.c_str());
+  return false;
+}
+
+void read_state_file_name() {
+  State& s = state();
+  if (s.state_file_known) return;
+  const char* env = getenv("VELCONFIG_SIM_STATE");
+  s.state_file = env != nullptr ? env : "";
+  s.state_file_known = true;
+}
+
+void close_lock() {
+  State& s = state();
+  if (s.lock_fd >= 0) close(s.lock_fd);
+  s.lock_fd = -1;
+}
+
+// Runs across processes: every operation holds the lock file next to the state file.
+bool lock_state_file() {
+  State& s = state();
+  if (s.lock_fd < 0) {
+    std::string lock_path = s.state_file + ".lock";
+    s.lock_fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (s.lock_fd < 0) {
+      return state_failed("cannot use state file " + s.state_file + ": " + lock_path + ": " +
+                          strerror(errno));
     }
-    if (m == nullptr && access(s.state_file.c_str(), F_OK) == 0) {
-      // Never overwrite a file we cannot read: that would lose someone's gateway.
-      fprintf(stderr, "velconfig simulator: cannot read state file %s: %s\n", s.state_file.c_str(),
-              error.text);
-      s.state_file.clear();
-    }
   }
-  bool seeded = m == nullptr;
-  if (m == nullptr) m = parse_object(default_model_text(), nullptr);
+  while (flock(s.lock_fd, LOCK_EX) != 0) {
+    if (errno != EINTR) return state_failed("cannot use state file " + s.state_file + ": " + strerror(errno));
+  }
+  return true;
+}
+
+void unlock_state_file() {
+  if (state().lock_fd >= 0) flock(state().lock_fd, LOCK_UN);
+}
+
+// Makes the model the state file's current contents (under the lock): read again
+// when another process saved since, seeded from the default when there is no file.
+// A file that exists but cannot be read is reported and never overwritten.
+bool refresh_from_file() {
+  State& s = state();
+  gchar* text = nullptr;
+  gsize length = 0;
+  GError* error = nullptr;
+  if (!g_file_get_contents(s.state_file.c_str(), &text, &length, &error)) {
+    bool missing = g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT);
+    std::string message = error->message;
+    g_error_free(error);
+    if (!missing) return state_failed("cannot read state file " + s.state_file + ": " + message);
+    // No file: a first use seeds it; a file removed under us is written again by the
+    // next change, from the model this process holds.
+    if (!s.loaded) {
+      adopt_default();
+      s.loaded = true;
+      s.dirty = true;
+    }
+    s.file_text.clear();
+    s.file_seen = false;
+    return true;
+  }
+  bool unchanged = s.loaded && s.file_seen && s.file_text.size() == length &&
+                   memcmp(s.file_text.data(), text, length) == 0;
+  if (unchanged) {
+    g_free(text);
+    return true;
+  }
+  std::string reason;
+  json_t* m = parse_object(text, length, &reason);
+  if (m == nullptr) {
+    g_free(text);
+    return state_failed("cannot read state file " + s.state_file + ": " + reason);
+  }
+  try {
+    s.file_text.assign(text, length);
+  } catch (...) {
+    g_free(text);
+    json_decref(m);
+    throw;
+  }
+  g_free(text);
+  s.file_seen = true;
+  s.loaded = true;
   adopt(m);
-  if (seeded && !s.state_file.empty()) save_to(s.state_file, s.model);
+  return true;
+}
+
+// Puts back the model as the state file last held it, after a change that could
+// not be saved.
+void undo_unsaved_change() {
+  State& s = state();
+  if (s.file_seen) {
+    json_t* m = parse_object(s.file_text.data(), s.file_text.size(), nullptr);
+    if (m != nullptr) adopt(m);
+  } else {
+    s.loaded = false;  // the seed never reached the file: seed again next time
+  }
+}
+
+// Writes text into a new file (unique name, private mode) next to path and renames it
+// over path, so a reader sees the old file or the new one, whole. No fsync: the
+// simulated gateway needs atomic replacement, not durability, and a flush per
+// change would make every write wait for the disk. Returns 0 or an errno value.
+int replace_file(const std::string& path, const char* text) {
+  std::string temp = path + ".XXXXXX";
+  int fd = g_mkstemp_full(&temp[0], O_WRONLY | O_CLOEXEC, 0600);
+  if (fd < 0) return errno;
+  size_t length = strlen(text);
+  size_t done = 0;
+  int error = 0;
+  while (done < length && error == 0) {
+    ssize_t n = write(fd, text + done, length - done);
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (n < 0 && errno != EINTR) {
+      error = errno;
+    }
+  }
+  if (close(fd) != 0 && error == 0) error = errno;
+  if (error == 0 && rename(temp.c_str(), path.c_str()) != 0) error = errno;
+  if (error != 0) unlink(temp.c_str());
+  return error;
+}
+
+bool save_model() {
+  State& s = state();
+  char* text = json_dumps(s.model, JSON_INDENT(2) | JSON_SORT_KEYS);
+  if (text == nullptr) return state_failed("cannot save state file " + s.state_file + ": out of memory");
+  int error;
+  try {
+    error = replace_file(s.state_file, text);
+  } catch (...) {
+    free(text);
+    throw;
+  }
+  if (error != 0) {
+    free(text);
+    return state_failed("cannot save state file " + s.state_file + ": " + strerror(error));
+  }
+  try {
+    s.file_text = text;
+    s.file_seen = true;
+  } catch (...) {
+    s.file_seen = false;  // read again next time
+  }
+  free(text);
+  return true;
 }
 
 }  // namespace
 
+ModelSession::ModelSession() noexcept {
+  State& s = state();
+  if (s.session_depth++ > 0) return;
+  try {
+    read_state_file_name();
+    if (s.state_file.empty()) return;
+    if (!lock_state_file()) {
+      ok_ = false;
+      return;
+    }
+    locked_ = true;
+    ok_ = refresh_from_file();
+  } catch (...) {
+    ok_ = false;
+  }
+}
+
+ModelSession::~ModelSession() noexcept {
+  State& s = state();
+  if (--s.session_depth > 0) return;
+  if (s.dirty && !s.state_file.empty()) undo_unsaved_change();
+  s.dirty = false;
+  if (locked_) unlock_state_file();
+}
+
+bool ModelSession::commit() {
+  State& s = state();
+  if (s.session_depth > 1 || !s.dirty) return true;
+  s.dirty = false;
+  if (s.state_file.empty() || !ok_) return true;
+  if (save_model()) return true;
+  undo_unsaved_change();
+  return false;
+}
+
 json_t* model() {
-  if (state().model == nullptr) load();
+  if (state().model == nullptr) adopt_default();
   return state().model;
 }
 
 void model_changed() {
-  const State& s = state();
-  if (s.model != nullptr && !s.state_file.empty()) save_to(s.state_file, s.model);
+  State& s = state();
+  s.dirty = true;
+  if (s.session_depth == 0) {
+    // A change made outside any operation is saved at once.
+    ModelSession session;
+    session.commit();
+  }
 }
 
 bool load_model_text(const char* text, std::string* reason) {
-  json_t* m = parse_object(text, reason);
-  if (m == nullptr) return false;
+  json_t* m = parse_object(text, strlen(text), reason);
+  if (m == nullptr) {
+    if (reason) *reason = "model is " + *reason;
+    return false;
+  }
+  ModelSession session;
+  if (!session.ok()) {
+    json_decref(m);
+    if (reason) *reason = take_state_error();
+    return false;
+  }
   adopt(m);
   model_changed();
+  if (!session.commit()) {
+    if (reason) *reason = take_state_error();
+    return false;
+  }
   return true;
 }
 
 bool use_state_file(const std::string& path, std::string* reason) {
   State& s = state();
-  if (!path.empty()) {
-    char* folder = g_path_get_dirname(path.c_str());
-    g_mkdir_with_parents(folder, 0700);
-    g_free(folder);
-  }
+  close_lock();
   s.state_file = path;
   s.state_file_known = true;
-  load();
-  if (!path.empty() && s.state_file.empty()) {
-    if (reason) *reason = "cannot read state file " + path;
-    return false;
+  s.errors_to_caller = true;
+  s.loaded = false;
+  s.file_seen = false;
+  s.file_text.clear();
+  s.state_error.clear();
+  if (path.empty()) {
+    adopt_default();
+    return true;
   }
-  return true;
+  char* folder = g_path_get_dirname(path.c_str());
+  g_mkdir_with_parents(folder, 0700);
+  g_free(folder);
+  bool ok;
+  {
+    ModelSession session;
+    ok = session.ok() && session.commit();
+  }
+  if (!ok) {
+    if (reason) *reason = take_state_error();
+    // Never overwrite a file we cannot read: that would lose someone's gateway.
+    close_lock();
+    s.state_file.clear();
+    adopt_default();
+  }
+  return ok;
+}
+
+std::string take_state_error() {
+  std::string e;
+  e.swap(state().state_error);
+  return e;
 }
 
 int64_t now() {
@@ -196,11 +439,19 @@ void journal(const char* op, json_t* args) {
   json_t* entry = json_is_object(args) ? args : json_object();
   if (args != nullptr && entry != args) json_decref(args);
   json_object_set_new(entry, "op", json_string(op));
-  json_array_append_new(state().journal, entry);
+  state().journal.add(entry, state().history_limit);
 }
 
-json_t* journal_entries() { return state().journal; }
-void clear_journal() { json_array_clear(state().journal); }
+json_t* journal_entries() { return state().journal.array(); }
+uint64_t journal_dropped() { return state().journal.dropped; }
+void clear_journal() { state().journal.clear(); }
+
+void set_history_limit(size_t limit) {
+  State& s = state();
+  s.history_limit = limit;
+  s.journal.trim(limit);
+  s.logs.trim(limit);
+}
 
 json_t* shown_text(const char* text, size_t n) {
   if (text == nullptr) return json_null();
@@ -218,12 +469,13 @@ void add_log(int32_t level, const char* text) {
   json_t* line = json_object();
   json_object_set_new(line, "level", json_integer(level));
   json_object_set_new(line, "text", shown_text(text));
-  json_array_append_new(state().logs, line);
+  state().logs.add(line, state().history_limit);
   if (state().log_to_stderr) fprintf(stderr, "velconfig[%d]: %s\n", level, text);
 }
 
-json_t* log_lines() { return state().logs; }
-void clear_logs() { json_array_clear(state().logs); }
+json_t* log_lines() { return state().logs.array(); }
+uint64_t logs_dropped() { return state().logs.dropped; }
+void clear_logs() { state().logs.clear(); }
 void set_log_to_stderr(bool on) { state().log_to_stderr = on; }
 
 void set_fault(const char* op, int32_t code, int32_t times) { state().faults[op] = Fault{code, times}; }
@@ -328,6 +580,115 @@ bool flag_of(json_t* obj, const char* key, bool fallback) {
   if (json_is_boolean(v)) return json_is_true(v);
   if (json_is_integer(v)) return json_integer_value(v) != 0;
   return fallback;
+}
+
+void store(json_t* obj, const char* key, json_t* value, json_int_t fallback) {
+  json_t* old = json_object_get(obj, key);
+  bool same = false;
+  if (old != nullptr && value != nullptr) {
+    if (json_is_string(value)) {
+      const char* text = json_is_string(old) ? json_string_value(old) : "";
+      same = strcmp(text, json_string_value(value)) == 0;
+    } else if (json_is_integer(value)) {
+      same = number_of(old, fallback) == json_integer_value(value);
+    } else if (json_is_boolean(value)) {
+      bool was =
+          json_is_boolean(old) ? json_is_true(old) : json_is_integer(old) && json_integer_value(old) != 0;
+      same = was == json_is_true(value);
+    }
+  }
+  if (same) {
+    json_decref(value);
+  } else {
+    json_object_set_new(obj, key, value);
+  }
+}
+
+namespace {
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The bytes a "reserved" text gives for a range of size bytes: a short text fills
+// the start and leaves zeros, a longer one is cut. Anything but hex gives zeros.
+void bytes_of_hex(json_t* text, size_t size, std::vector<uint8_t>* out) {
+  out->assign(size, 0);
+  const char* hex = json_string_value(text);
+  size_t length = hex != nullptr ? strlen(hex) : 0;
+  if (length % 2 != 0) return;
+  for (size_t i = 0; i < length; i += 2) {
+    int high = hex_digit(hex[i]);
+    int low = hex_digit(hex[i + 1]);
+    if (high < 0 || low < 0) {
+      out->assign(size, 0);
+      return;
+    }
+    if (i / 2 < size) (*out)[i / 2] = static_cast<uint8_t>(high * 16 + low);
+  }
+}
+
+std::string offset_key(size_t offset) { return std::to_string(offset); }
+
+}  // namespace
+
+void put_reserved(json_t* entry, void* record, std::initializer_list<ByteRange> ranges) {
+  json_t* reserved = json_object_get(entry, "reserved");
+  if (!json_is_object(reserved)) return;
+  std::vector<uint8_t> bytes;
+  for (const ByteRange& r : ranges) {
+    bytes_of_hex(json_object_get(reserved, offset_key(r.offset).c_str()), r.size, &bytes);
+    memcpy(static_cast<char*>(record) + r.offset, bytes.data(), r.size);
+  }
+}
+
+json_t* reserved_of(const void* record, std::initializer_list<ByteRange> ranges) {
+  json_t* reserved = json_object();
+  if (record == nullptr) return reserved;
+  static const char kDigits[] = "0123456789abcdef";
+  for (const ByteRange& r : ranges) {
+    const uint8_t* bytes = static_cast<const uint8_t*>(record) + r.offset;
+    bool all_zero = true;
+    for (size_t i = 0; i < r.size; ++i) all_zero = all_zero && bytes[i] == 0;
+    if (all_zero) continue;
+    std::string hex;
+    for (size_t i = 0; i < r.size; ++i) {
+      hex += kDigits[bytes[i] >> 4];
+      hex += kDigits[bytes[i] & 15];
+    }
+    json_object_set_new(reserved, offset_key(r.offset).c_str(), json_string(hex.c_str()));
+  }
+  return reserved;
+}
+
+void store_reserved(json_t* entry, json_t* reserved, std::initializer_list<ByteRange> ranges) {
+  json_t* kept = json_object_get(entry, "reserved");
+  if (!json_is_object(kept)) {
+    // A member of another type reads as zeros: it stays unless the write carries bytes.
+    if (json_object_size(reserved) > 0) json_object_set(entry, "reserved", reserved);
+    json_decref(reserved);
+    return;
+  }
+  std::vector<uint8_t> had;
+  std::vector<uint8_t> written;
+  for (const ByteRange& r : ranges) {
+    std::string key = offset_key(r.offset);
+    json_t* old = json_object_get(kept, key.c_str());
+    json_t* now = json_object_get(reserved, key.c_str());
+    bytes_of_hex(now, r.size, &written);
+    bytes_of_hex(old, r.size, &had);
+    if (had == written) continue;
+    if (now != nullptr) {
+      json_object_set(kept, key.c_str(), now);
+    } else {
+      json_object_del(kept, key.c_str());
+    }
+  }
+  if (json_object_size(kept) == 0) json_object_del(entry, "reserved");
+  json_decref(reserved);
 }
 
 }  // namespace velsim

@@ -1,6 +1,38 @@
--- The simulator's own promises: state files, injected faults, the pinned clock.
+-- The simulator's own promises: state files, injected faults, the pinned clock,
+-- figures at the limits, members it does not know, the bytes of a record the module
+-- does not read, and a bounded journal.
 local h = require "helpers"
+local cjson = h.cjson
 local v = h.velconfig
+
+local I64_MAX, I64_MIN = "9223372036854775807", "-9223372036854775808"
+local I32_MAX, I32_OVER = "2147483647", "2147483648"
+
+-- A 64-bit integer for the model, which Lua numbers cannot carry exactly: it goes
+-- into the JSON text as written.
+local function int(text) return "#" .. text .. "#" end
+
+local function load_with_integers(m)
+  h.sim.load_model((cjson.encode(m):gsub('"#(%-?%d+)#"', "%1")))
+  h.sim.clear_journal()
+end
+
+-- A member of the model's JSON text, exactly as saved.
+local function model_text_member(name)
+  return h.sim.model():match('"' .. name .. '": (%-?%d+)')
+end
+
+local function hex(bytes)
+  local out = {}
+  for i = 1, #bytes do out[i] = string.format("%02x", bytes[i]) end
+  return table.concat(out)
+end
+
+local function ramp(n)
+  local bytes = {}
+  for i = 1, n do bytes[i] = (i * 37) % 256 end
+  return bytes
+end
 
 describe("the simulator", function()
   before_each(function() h.reset() end)
@@ -52,5 +84,133 @@ describe("the simulator", function()
     assert.has_error(function() h.sim.load_model("[1,2]") end)
     assert.has_error(function() h.sim.load_model("{") end)
     assert.are.equal("VG-8200AX", h.model().device.product_class)
+  end)
+
+  it("keeps to integers at every limit of the model: saturating figures, no id given twice", function()
+    local m = cjson.decode(h.sim.default_model())
+    m.time.base = 1
+    m.device.boot_count, m.device.uptime, m.device.cpu_usage = int(I64_MAX), int(I64_MAX), int(I64_MIN)
+    m.wan.uptime = int(I64_MAX)
+    local top = m.hosts[1]
+    top.id, top.online_time, top.access, top.connection = int(I64_MAX), int(I64_MAX), int(I64_MIN), int(I32_OVER)
+    top.down_bytes, top.down_rate, top.up_bytes, top.up_rate = int(I64_MAX), int(I64_MAX), int(I64_MIN), int(I64_MIN)
+    m.hosts[2].id, m.hosts[3].id, m.hosts[4].id, m.hosts[5].id = int(I64_MIN), -1, int(I32_MAX), int(I32_OVER)
+    m.ddns[1].id, m.ddns[1].enable = int(I64_MAX), int(I64_MIN)
+    m.port_mappings[1].id, m.port_mappings[1].external_port, m.port_mappings[1].internal_port = int(I64_MIN), int(I64_MAX), -1
+    m.port_mappings[2].id = -1
+    m.iptv.vlan_id, m.iptv.enable = int(I64_MIN), int(I64_MAX)
+    m.usb[2].total_size, m.usb[2].used_size = int(I64_MIN), int(I64_MAX)
+    m.wlan[1].id, m.wlan[1].tx_power = int(I64_MAX), int(I64_MAX)
+    h.sim.pin_clock(2 ^ 63)
+    load_with_integers(m)
+
+    for _, call in ipairs({ { "allInfo" }, { "gwStatus" }, { "gwInfo", "all" }, { "hostsInfo", "7" }, { "ddns" },
+      { "pmLists" }, { "iptv" }, { "blackHosts" }, { "lan" }, { "gwIPs" } }) do
+      assert.are.equal("table", type(v:get(unpack(call))), call[1])
+    end
+    h.sim.advance_clock(10)
+    assert.are.equal("table", type(v:get("hostsInfo", "7")))
+    assert.are.equal(4294967295, v:get("gwStatus").sysTime)
+
+    v:set("reboot")
+    assert.are.same({ I64_MAX, "0" }, { model_text_member("boot_count"), model_text_member("uptime") })
+    -- the largest id is taken: an add fails and changes nothing; the entry itself still works
+    assert.are.equal(-1, v:set("ddns", { add = "1", enable = "1", provider = "p", domain = "x.org", hostname = "h",
+      username = "u", passwd = "p" }))
+    assert.are.equal(0, v:set("ddns", { add = "2", enable = "1", provider = "p", domain = "velhome.dyndns.org",
+      hostname = "h", username = "u", passwd = "p" }))
+    assert.are.equal("/com/zom/igd1/Config/DDNS/" .. I64_MAX, h.calls("ZoVelSetDDNSServerInstance")[1].path)
+    assert.are.equal(1, v:get("ddns").count)
+    -- below the negative ids the next one is 1
+    assert.are.equal(0, v:set("pmSetSingle", { op = "add", desp = "new", client = "192.168.1.9", protocol = "TCP",
+      exPort = "1", inPort = "1" }))
+    assert.are.same({ -1, 1 }, { h.model().port_mappings[2].id, h.model().port_mappings[3].id })
+    assert.are.equal(0, v:set("hostSettings", { type = "black", mac = "D89EF3A1B201" }))
+    assert.are.equal(0, h.model().hosts[1].access)
+    assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "0", bindlanport = "LAN1" }))
+
+    h.sim.pin_clock(1e300)
+    h.sim.advance_clock(9e18)
+    assert.are.equal(2 ^ 63, h.sim.now())
+    h.sim.pin_clock(-1e300)
+    assert.are.equal("table", type(v:get("allInfo")))
+    h.sim.fail("ZoVelSupportUSB", 1e300, -1e300)
+    assert.are.equal(0, v:get("hasUsb"))
+  end)
+
+  it("keeps members of unexpected types, and unknown ones, through writes and saves", function()
+    local path = os.tmpname()
+    local m = cjson.decode(h.sim.default_model())
+    m.device.vendor = { 1, 2 }
+    m.wifi = 7
+    m.extra = { nested = { 1, "x", false } }
+    m.iptv.bound_ports, m.iptv.vlan_id = false, "none"
+    m.ddns[1].provider, m.ddns[1].enable, m.ddns[1].reserved = 42, true, "not hex"
+    m.dhcp.enable = 1
+    local f = assert(io.open(path, "w"))
+    f:write(cjson.encode(m))
+    f:close()
+    h.sim.use_state_file(path)
+    -- each write gives back what these members read as (nothing, -1, 1, true)
+    assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "0", bindlanport = "none" }))
+    assert.are.equal(0, v:set("ddns", { add = "2", enable = "1", provider = "p", domain = "velhome.dyndns.org",
+      hostname = "gw2", username = "u", passwd = "p" }))
+    assert.are.equal(0, v:set("lan", { dhcpEnbl = "1", oldLanIp = "192.168.1.1", lanIp = "192.168.1.1",
+      poolStart = "192.168.1.2", poolEnd = "192.168.1.200", subnetMask = "255.255.255.0" }))
+    v:set("reboot")
+    h.sim.use_state_file("")
+    f = assert(io.open(path))
+    local after = cjson.decode(f:read("*a"))
+    f:close()
+    os.remove(path)
+    os.remove(path .. ".lock")
+    assert.are.same({ { 1, 2 }, 7, m.extra, false, "none", 42, true, "not hex", 1 },
+      { after.device.vendor, after.wifi, after.extra, after.iptv.bound_ports, after.iptv.vlan_id,
+        after.ddns[1].provider, after.ddns[1].enable, after.ddns[1].reserved, after.dhcp.enable })
+    assert.are.same({ "gw2", "192.168.1.200", 2 }, { after.ddns[1].hostname, after.dhcp.max, after.device.boot_count })
+  end)
+
+  it("gives the platform back the bytes of a record it handed out that the module does not read", function()
+    local iptv_reserved = { ["0"] = hex(ramp(256)), ["297"] = "a1b2c3" }
+    local ddns_reserved = { ["260"] = "5a", ["389"] = "01020304050607", ["524"] = hex(ramp(80)) }
+    h.edit_model(function(m)
+      m.iptv.reserved = iptv_reserved
+      m.ddns[1].reserved = ddns_reserved
+    end)
+    assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "1", vlanid = "7", bindlanport = "LAN1" }))
+    assert.are.equal(0, v:set("ddns", { add = "2", enable = "0", provider = "p", domain = "velhome.dyndns.org",
+      hostname = "h2", username = "u2", passwd = "p2" }))
+    assert.are.same(iptv_reserved, h.calls("ZoVelSetSubIPTVInfo")[1].reserved)
+    assert.are.same(ddns_reserved, h.calls("ZoVelSetDDNSServerInstance")[1].reserved)
+    local m = h.model()
+    assert.are.same({ iptv_reserved, 7, ddns_reserved, "h2" }, { m.iptv.reserved, m.iptv.vlan_id, m.ddns[1].reserved,
+      m.ddns[1].hostname })
+  end)
+
+  it("reads a short or unreadable reserved text as the bytes it gives, and keeps it as written", function()
+    h.edit_model(function(m) m.iptv.reserved = { ["297"] = "AB", ["0"] = "xyz", ["5"] = "kept" } end)
+    assert.are.equal(0, v:set("iptv", { enable = "0" }))
+    assert.are.same({ ["297"] = "ab0000" }, h.calls("ZoVelSetSubIPTVInfo")[1].reserved)
+    assert.are.same({ ["297"] = "AB", ["0"] = "xyz", ["5"] = "kept" }, h.model().iptv.reserved)
+    -- a record the module builds from nothing carries no reserved bytes
+    assert.are.equal(0, v:set("pmSetSingle", { op = "add", desp = "new", client = "192.168.1.9", protocol = "TCP",
+      exPort = "1", inPort = "1" }))
+    assert.is_nil(h.calls("ZoVelAddPortMapping")[1].reserved)
+    assert.is_nil(h.model().port_mappings[3].reserved)
+  end)
+
+  it("keeps the newest journal entries and log lines up to its limit and counts the dropped ones", function()
+    h.sim.history_limit(4)
+    for _ = 1, 3 do v:set("fwrestore") end
+    assert.are.same({ "ZoVelLogClose", "ZoVelLogOpen", "ZoVelDBusCallMethod", "ZoVelLogClose" }, h.ops())
+    assert.are.same({ 5, 3, 0 }, { h.sim.journal_dropped(), #h.sim.logs(), h.sim.logs_dropped() })
+    h.sim.history_limit(1)
+    assert.are.same({ 1, 2, 8 }, { #h.sim.logs(), h.sim.logs_dropped(), h.sim.journal_dropped() })
+    h.sim.clear_journal()
+    h.sim.clear_logs()
+    assert.are.same({ 0, 0 }, { h.sim.journal_dropped(), h.sim.logs_dropped() })
+    h.sim.reset()
+    for _ = 1, 3 do v:set("fwrestore") end
+    assert.are.same({ 9, 0 }, { #h.sim.journal(), h.sim.journal_dropped() })
   end)
 end)

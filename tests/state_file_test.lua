@@ -1,0 +1,187 @@
+-- The simulator's state file shared by processes: every operation works on the
+-- file's current contents under its lock, a change that cannot be saved fails and is
+-- undone, and a file that cannot be read is never overwritten.
+local h = require "helpers"
+local cjson = h.cjson
+local v = h.velconfig
+
+local tool = assert(os.getenv("VELCONFIG_TOOL"), "VELCONFIG_TOOL names the built tool")
+local lua = assert(os.getenv("VELCONFIG_LUA"), "VELCONFIG_LUA names the interpreter the suite runs under")
+
+local function quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
+
+-- Runs a shell command line; returns exit status, stdout and stderr.
+local function shell(line)
+  local err_file = os.tmpname()
+  local p = io.popen("(" .. line .. ") 2>" .. quote(err_file) .. "; echo \"#$?\"")
+  local out = p:read("*a")
+  p:close()
+  local f = io.open(err_file)
+  local err = f:read("*a")
+  f:close()
+  os.remove(err_file)
+  local body, status = out:match("^(.*)#(%d+)\n$")
+  return tonumber(status), body, err
+end
+
+local function cli(state, ...)
+  local words = { "VELCONFIG_ROOT=" .. quote(h.root), quote(tool), "--state", quote(state) }
+  for _, w in ipairs({ ... }) do words[#words + 1] = quote(w) end
+  return table.concat(words, " ")
+end
+
+-- A Lua program run by the suite's own interpreter, as a long-lived process (a web
+-- console) would use the module: one process, many calls, one state file.
+local function lua_program(source)
+  local path = os.tmpname()
+  local f = assert(io.open(path, "w"))
+  f:write("local sim = require 'velconfig_simctl'\n", "sim.set_root(", string.format("%q", h.root), ")\n",
+    "sim.use_state_file(arg[1])\n", "local v = require 'velconfig'\n", source)
+  f:close()
+  return path
+end
+
+local function saved(state)
+  local f = assert(io.open(state))
+  local m = cjson.decode(f:read("*a"))
+  f:close()
+  return m
+end
+
+-- Files may not grow beyond 1 KiB (EFBIG instead of a signal): every save of a whole
+-- gateway fails, while the state file stays readable and a message still fits.
+local function no_file_growth(line) return "trap '' XFSZ; ulimit -f 2; " .. line end
+
+describe("a state file shared by processes", function()
+  local state
+  before_each(function()
+    h.reset()
+    state = os.tmpname()
+    os.remove(state)
+  end)
+  after_each(function()
+    h.sim.use_state_file("")
+    os.remove(state)
+    os.remove(state .. ".lock")
+  end)
+
+  it("loses no write of two CLI runs in parallel, 200 each", function()
+    assert.are.equal(0, (shell(cli(state, "get", "devType"))))
+    local writers = {}
+    for _, w in ipairs({ "a", "b" }) do
+      local runs = {}
+      for i = 1, 100 do
+        runs[#runs + 1] = cli(state, "set", "pmSetSingle", "op=add", "desp=" .. w .. i, "client=192.168.1.20",
+          "protocol=TCP", "exPort=" .. i, "inPort=22") .. " >/dev/null || echo " .. w .. i
+        runs[#runs + 1] = cli(state, "set", "reboot") .. " >/dev/null || echo reboot"
+      end
+      writers[#writers + 1] = "( " .. table.concat(runs, "; ") .. " ) &"
+    end
+    local status, failed, err = shell(table.concat(writers, " ") .. " wait")
+    assert.are.same({ 0, "", "" }, { status, failed, err })
+    local m = saved(state)
+    assert.are.equal(201, m.device.boot_count)
+    local ids, names = {}, {}
+    for _, rule in ipairs(m.port_mappings) do
+      assert.is_nil(ids[rule.id])
+      ids[rule.id] = true
+      names[rule.description] = true
+    end
+    assert.are.equal(202, #m.port_mappings)
+    for i = 1, 100 do assert.is_true(names["a" .. i] and names["b" .. i]) end
+  end)
+
+  it("loses no write of two long-lived processes in parallel, 200 each, each seeing the other's", function()
+    local program = lua_program([[
+      local tag = arg[2]
+      for i = 1, 100 do
+        local code = v:set("ddns", { add = "1", enable = "1", provider = "p", domain = tag .. i .. ".example.org",
+          hostname = "gw", username = "u", passwd = "p" })
+        assert(code == 0, "ddns add " .. code)
+        assert(v:set("reboot") == 0)
+      end
+      -- whatever the other process saved is part of this one's model now
+      print(v:get("ddns").count)
+    ]])
+    h.sim.use_state_file(state)
+    local line = ""
+    for _, w in ipairs({ "a", "b" }) do
+      line = line .. lua .. " " .. quote(program) .. " " .. quote(state) .. " " .. w .. " & "
+    end
+    local status, out, err = shell(line .. "wait")
+    os.remove(program)
+    assert.are.same({ 0, "" }, { status, err })
+    local counts = {}
+    for n in out:gmatch("%d+") do counts[#counts + 1] = tonumber(n) end
+    table.sort(counts)
+    assert.are.equal(201, counts[2])
+    assert.is_true(counts[1] >= 101)
+    -- and this process, which loaded the file before both, sees their writes too
+    assert.are.equal(201, h.model().device.boot_count)
+    assert.are.equal(201, v:get("ddns").count)
+  end)
+
+  it("reads another process's change before the next operation", function()
+    h.sim.use_state_file(state)
+    assert.are.equal(0, (shell(cli(state, "set", "reboot"))))
+    v:set("reboot")
+    assert.are.equal(3, saved(state).device.boot_count)
+  end)
+
+  it("fails an operation, never overwriting it, while the file cannot be read; goes on once it can", function()
+    h.sim.use_state_file(state)
+    local f = assert(io.open(state, "w"))
+    f:write("{ half a gateway")
+    f:close()
+    h.sim.clear_journal()
+    assert.are.equal(0, v:set("reboot"))
+    local reboots = h.calls("ZoVelSysCmdReboot")
+    assert.are.equal(1, #reboots)
+    assert.matches("cannot read state file " .. state, h.sim.state_error(), 1, true)
+    assert.are.equal(-5, v:set("ddns", { add = "1", enable = "1", provider = "p", domain = "x.org", hostname = "h",
+      username = "u", passwd = "p" }))
+    assert.matches("cannot read state file", h.sim.state_error(), 1, true)
+    f = assert(io.open(state))
+    assert.are.equal("{ half a gateway", f:read("*a"))
+    f:close()
+    local m = cjson.decode(h.sim.default_model())
+    m.device.boot_count = 7
+    f = assert(io.open(state, "w"))
+    f:write(cjson.encode(m))
+    f:close()
+    v:set("reboot")
+    assert.are.equal(8, saved(state).device.boot_count)
+    assert.is_nil(h.sim.state_error())
+  end)
+
+  it("fails a change that cannot be saved: the CLI exits 1 with the reason, the file keeps the old state", function()
+    assert.are.equal(0, (shell(cli(state, "get", "devType"))))
+    local status, out, err = shell(no_file_growth(cli(state, "set", "reboot")))
+    assert.are.same({ 1, "0\n" }, { status, out })
+    assert.matches("^velconfig: cannot save state file " .. state:gsub("%p", "%%%0") .. ": .*File too large\n$", err)
+    status, out, err = shell(no_file_growth(cli(state, "set", "ddns", "add=1", "enable=1", "provider=p",
+      "domain=x.org", "hostname=h", "username=u", "passwd=p")))
+    assert.are.same({ 1, "-5\n" }, { status, out })
+    assert.matches("cannot save state file", err, 1, true)
+    local m = saved(state)
+    assert.are.same({ 1, 1 }, { m.device.boot_count, #m.ddns })
+  end)
+
+  it("fails a CLI run whose state file cannot be created", function()
+    local status, out, err = shell(cli("/proc/velconfig-none/gateway.json", "set", "reboot"))
+    assert.are.same({ 1, "" }, { status, out })
+    assert.matches("^velconfig: cannot use state file /proc/velconfig%-none/gateway.json: ", err)
+  end)
+
+  it("undoes in a long-lived process the change it could not save", function()
+    assert.are.equal(0, (shell(cli(state, "get", "devType"))))
+    local program = lua_program([[
+      local add = { add = "1", enable = "1", provider = "p", domain = "x.org", hostname = "h", username = "u",
+        passwd = "p" }
+      print(v:set("ddns", add), v:get("ddns").count, sim.state_error() ~= nil, (sim.state_error()))
+    ]])
+    local status, out, err = shell(no_file_growth(lua .. " " .. quote(program) .. " " .. quote(state)))
+    os.remove(program)
+    assert.are.same({ 0, "-5\t1\ttrue\tnil\n", "" }, { status, out, err })
+  end)
+end)

@@ -3,18 +3,20 @@
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 STACK_BUILD ?= build-stack
+JIT_BUILD ?= build-jit
 WERROR ?= OFF
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
         lua-busted lua-cjson libmicrohttpd-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: readme-keys fuzz all setup configure build run test asan-test gateway-check format-check stack-check bench console console-test clean
+.PHONY: readme-keys fuzz all setup configure build run test asan-test test-luajit gateway-check format-check stack-check bench console console-test clean
 
 all: build
 
-setup:
-	@missing=$$(for p in $(DEBS); do \
+# Installs the Debian packages of $(1) that are missing.
+define install_missing
+	@missing=$$(for p in $(1); do \
 	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
 	  done); \
 	if [ -n "$$missing" ]; then \
@@ -22,6 +24,10 @@ setup:
 	  $(SUDO) apt-get update -qq && \
 	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	fi
+endef
+
+setup:
+	$(call install_missing,$(DEBS))
 
 configure: setup
 	cmake -S . -B $(BUILD) -DVELCONFIG_WERROR=$(WERROR)
@@ -64,6 +70,13 @@ asan-test: setup
 	cmake --build $(ASAN_BUILD) -j$(JOBS)
 	cd $(ASAN_BUILD) && ctest --output-on-failure -j$(JOBS)
 
+# The same suite with the module built against LuaJIT 2.1 and busted run by luajit.
+test-luajit: setup
+	$(call install_missing,luajit libluajit-5.1-dev)
+	cmake -S . -B $(JIT_BUILD) -DVELCONFIG_LUAJIT=ON -DVELCONFIG_WERROR=$(WERROR)
+	cmake --build $(JIT_BUILD) -j$(JOBS)
+	cd $(JIT_BUILD) && ctest --output-on-failure -j$(JOBS)
+
 # Builds the module for the gateway against a separately built libcapi3.so.
 gateway-check: setup
 	tools/gateway-check.sh
@@ -82,4 +95,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) build-fuzz build-gw build-capi3 build-bench build-jit
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) build-fuzz build-gw build-capi3 build-bench

@@ -293,6 +293,18 @@ int l_plugin_post(lua_State* L) {
   return 1;
 }
 
+// Raises luaL_argerror about the last argument with the text in its upvalue.
+int raise_argument_error(lua_State* L) { return luaL_argerror(L, -1, lua_tostring(L, lua_upvalueindex(1))); }
+
+// A function raising the interpreter library's own argument error with text, so
+// that tests compare the module's argument errors with the library's wording.
+int l_argument_error(lua_State* L) {
+  luaL_checkstring(L, 1);
+  lua_pushvalue(L, 1);
+  lua_pushcclosure(L, raise_argument_error, 1);
+  return 1;
+}
+
 const luaL_Reg kFunctions[] = {
     {"reset", l_reset},
     {"load_model", l_load_model},
@@ -322,6 +334,7 @@ const luaL_Reg kFunctions[] = {
     {"seconds_slept", l_seconds_slept},
     {"plugin_reply", l_plugin_reply},
     {"plugin_post", l_plugin_post},
+    {"argument_error", l_argument_error},
     {nullptr, nullptr},
 };
 

@@ -93,9 +93,21 @@ function M.set_error(key, input)
   return M.without_position(err)
 end
 
--- The field reader's complaint about a field that is not text, as luaL_checklstring words it.
+-- How this interpreter's own library words an argument error about the input of
+-- v:set(key, input) called as set_error calls it (Lua 5.1 and LuaJIT name the
+-- argument and the function differently): a stand-in for set, called the same way,
+-- raises luaL_argerror with message.
+function M.library_set_error(message)
+  local probe = { set = sim.argument_error(message) }
+  local ok, err = pcall(function() return probe:set("key", {}) end)
+  assert(not ok)
+  return M.without_position(err)
+end
+
+-- The field reader's complaint about a field that is not text, as luaL_checklstring
+-- words it, as a pattern of the whole message.
 function M.field_error(got)
-  return "^bad argument #%-?%d+ to 'set' %(string expected, got " .. got .. "%)$"
+  return "^" .. M.library_set_error("string expected, got " .. got):gsub("%p", "%%%0") .. "$"
 end
 
 return M

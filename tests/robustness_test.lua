@@ -100,7 +100,11 @@ describe("a Lua error in the middle of a call", function()
   before_each(function() h.reset() end)
   after_each(function() collectgarbage("setpause", 200) end)
 
-  it("still releases the platform's lists, closes the log and comes back as raised", function()
+  -- Off under LuaJIT: an error raised from a __gc metamethod in the middle of an
+  -- allocation crashes LuaJIT itself (with or without this module), so there is
+  -- nothing of ours to check there.
+  local it_unless_luajit = rawget(_G, "jit") == nil and it or pending
+  it_unless_luajit("still releases the platform's lists, closes the log and comes back as raised", function()
     -- Finalizers that fail while the module builds a result: each allocation of the
     -- call may run one, and its error jumps out of the middle of the handler.
     local inside = false

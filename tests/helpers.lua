@@ -77,6 +77,31 @@ function M.write_file(path, text)
   f:close()
 end
 
+-- A word for the shell, quoted.
+function M.quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
+
+-- Runs a shell command line; returns its exit status, stdout and stderr.
+function M.shell(line)
+  local err_file = os.tmpname()
+  local p = io.popen("(" .. line .. ") 2>" .. M.quote(err_file) .. "; echo \"#$?\"")
+  local out = p:read("*a")
+  p:close()
+  local f = io.open(err_file)
+  local err = f:read("*a")
+  f:close()
+  os.remove(err_file)
+  local body, status = out:match("^(.*)#(%d+)\n$")
+  return tonumber(status), body, err
+end
+
+-- The command line running the built CLI on a state file with words.
+function M.cli(state, ...)
+  local tool = assert(os.getenv("VELCONFIG_TOOL"), "VELCONFIG_TOOL names the built tool")
+  local words = { "VELCONFIG_ROOT=" .. M.quote(root), M.quote(tool), "--state", M.quote(state) }
+  for _, w in ipairs({ ... }) do words[#words + 1] = M.quote(w) end
+  return table.concat(words, " ")
+end
+
 -- A Lua error message without the "file:line: " that luaL_error puts in front.
 function M.without_position(err)
   return (tostring(err):gsub("^[^:]*:%d+: ", ""))

@@ -5,30 +5,8 @@ local h = require "helpers"
 local cjson = h.cjson
 local v = h.velconfig
 
-local tool = assert(os.getenv("VELCONFIG_TOOL"), "VELCONFIG_TOOL names the built tool")
 local lua = assert(os.getenv("VELCONFIG_LUA"), "VELCONFIG_LUA names the interpreter the suite runs under")
-
-local function quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
-
--- Runs a shell command line; returns exit status, stdout and stderr.
-local function shell(line)
-  local err_file = os.tmpname()
-  local p = io.popen("(" .. line .. ") 2>" .. quote(err_file) .. "; echo \"#$?\"")
-  local out = p:read("*a")
-  p:close()
-  local f = io.open(err_file)
-  local err = f:read("*a")
-  f:close()
-  os.remove(err_file)
-  local body, status = out:match("^(.*)#(%d+)\n$")
-  return tonumber(status), body, err
-end
-
-local function cli(state, ...)
-  local words = { "VELCONFIG_ROOT=" .. quote(h.root), quote(tool), "--state", quote(state) }
-  for _, w in ipairs({ ... }) do words[#words + 1] = quote(w) end
-  return table.concat(words, " ")
-end
+local quote, shell, cli = h.quote, h.shell, h.cli
 
 -- A Lua program run by the suite's own interpreter, as a long-lived process (a web
 -- console) would use the module: one process, many calls, one state file.
@@ -119,13 +97,6 @@ describe("a state file shared by processes", function()
     -- and this process, which loaded the file before both, sees their writes too
     assert.are.equal(201, h.model().device.boot_count)
     assert.are.equal(201, v:get("ddns").count)
-  end)
-
-  it("reads another process's change before the next operation", function()
-    h.sim.use_state_file(state)
-    assert.are.equal(0, (shell(cli(state, "set", "reboot"))))
-    v:set("reboot")
-    assert.are.equal(3, saved(state).device.boot_count)
   end)
 
   it("fails an operation, never overwriting it, while the file cannot be read; goes on once it can", function()

@@ -243,7 +243,7 @@ int l_tools_dir(lua_State* L) {
 }
 
 int l_advance_monotonic(lua_State* L) {
-  velsim::advance_monotonic(static_cast<int64_t>(luaL_checknumber(L, 1)));
+  velsim::advance_monotonic(count_at(L, 1, INT64_MIN, INT64_MAX));
   return 0;
 }
 

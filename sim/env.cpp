@@ -100,7 +100,7 @@ const char* tools_dir() {
 
 void set_tools_dir(const std::string& dir) { env().tools_dir = dir; }
 
-void advance_monotonic(int64_t ms) { env().monotonic_offset += ms; }
+void advance_monotonic(int64_t ms) { env().monotonic_offset = saturating_add(env().monotonic_offset, ms); }
 
 int64_t seconds_slept() { return env().slept; }
 
@@ -109,11 +109,12 @@ int64_t seconds_slept() { return env().slept; }
 extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_monotonic_ms(void) {
   struct timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000 + velsim::env().monotonic_offset;
+  int64_t ms = static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+  return velsim::saturating_add(ms, velsim::env().monotonic_offset);
 }
 
 extern "C" __attribute__((visibility("default"))) void velconfig_sim_sleep(unsigned seconds) {
-  velsim::env().slept += seconds;
+  velsim::env().slept = velsim::saturating_add(velsim::env().slept, seconds);
   if (velsim::clock_pinned()) {
     velsim::pin_clock(velsim::plus_seconds(velsim::now(), seconds));
     velsim::advance_monotonic(static_cast<int64_t>(seconds) * 1000);

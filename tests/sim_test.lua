@@ -116,6 +116,7 @@ describe("the simulator", function()
     h.sim.advance_clock(9e18)
     assert.are.equal(2 ^ 63, h.sim.now())
     assert.has_error(function() h.sim.pin_clock(0 / 0) end)
+    for _ = 1, 2 do h.sim.advance_monotonic(1e300) end
     h.sim.pin_clock(-1e300)
     assert.are.equal("table", type(v:get("allInfo")))
     h.sim.fail("ZoVelSupportUSB", 1e300, -1e300)

@@ -257,22 +257,34 @@ int l_seconds_slept(lua_State* L) {
 // answers from the model again.
 int l_plugin_reply(lua_State* L) {
   const char* type = luaL_checkstring(L, 1);
-  json_t* interconnect = velsim::object_at("interconnect");
-  json_t* replies = json_object_get(interconnect, "replies");
-  if (!json_is_object(replies)) {
-    replies = json_object();
-    json_object_set_new(interconnect, "replies", replies);
+  size_t n = 0;
+  const char* text = lua_isstring(L, 2) ? lua_tolstring(L, 2, &n) : nullptr;
+  bool from_model = lua_isboolean(L, 2) && !lua_toboolean(L, 2);
+  char message[512] = {};
+  {
+    // Changed like an operation changes it: on the state file's current model, saved.
+    velsim::ModelSession session;
+    if (session.ok()) {
+      json_t* interconnect = velsim::object_at("interconnect");
+      json_t* replies = json_object_get(interconnect, "replies");
+      if (!json_is_object(replies)) {
+        replies = json_object();
+        json_object_set_new(interconnect, "replies", replies);
+      }
+      if (text != nullptr) {
+        json_object_set_new(replies, type, json_stringn(text, n));
+      } else if (from_model) {
+        json_object_del(replies, type);
+      } else {
+        json_object_set_new(replies, type, json_null());
+      }
+      velsim::model_changed();
+    }
+    if (!session.ok() || !session.commit()) {
+      snprintf(message, sizeof message, "%s", velsim::take_state_error().c_str());
+    }
   }
-  if (lua_isstring(L, 2)) {
-    size_t n = 0;
-    const char* text = lua_tolstring(L, 2, &n);
-    json_object_set_new(replies, type, json_stringn(text, n));
-  } else if (lua_isboolean(L, 2) && !lua_toboolean(L, 2)) {
-    json_object_del(replies, type);
-  } else {
-    json_object_set_new(replies, type, json_null());
-  }
-  velsim::model_changed();
+  if (message[0] != '\0') return fail_with(L, message);
   return 0;
 }
 

@@ -46,7 +46,7 @@ class ModelSession {
   // False when the state file could not be locked or read: the model must not be used.
   bool ok() const { return ok_; }
   // Saves a marked change; false when it could not be saved (and was undone).
-  bool commit();
+  bool commit() noexcept;
 
  private:
   bool ok_ = true;

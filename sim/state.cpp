@@ -304,14 +304,19 @@ ModelSession::~ModelSession() noexcept {
   if (locked_) unlock_state_file();
 }
 
-bool ModelSession::commit() {
+bool ModelSession::commit() noexcept {
   State& s = state();
   if (s.session_depth > 1 || !s.dirty) return true;
   s.dirty = false;
   if (s.state_file.empty() || !ok_) return true;
-  if (save_model()) return true;
-  undo_unsaved_change();
-  return false;
+  bool saved = false;
+  try {
+    saved = save_model();
+  } catch (...) {
+    // out of memory while reporting: the change is still not saved
+  }
+  if (!saved) undo_unsaved_change();
+  return saved;
 }
 
 json_t* model() {

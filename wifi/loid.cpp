@@ -35,9 +35,6 @@ bool starts_hold_off(int32_t status) { return status == 405 || status == 407 || 
 constexpr size_t kProgressRoom = 256;
 constexpr const char* kProgressFailed = R"(checkLoidStatus({"result":-1,"msg":"failed"}))";
 
-// What a write answers for a field that is not a clean text.
-constexpr int32_t kRefused = 1;
-
 // The stored hold-off mark: the leading number of uci's first line; 0 when uci
 // cannot run or prints none.
 int32_t read_mark() {
@@ -69,12 +66,6 @@ int32_t hold_off_left() {
   return 0;
 }
 
-template <size_t N>
-bool read_clean_field(lua_State* L, const char* name, char (&buf)[N]) {
-  read_field(L, name, buf);
-  return g_utf8_validate(buf, -1, nullptr) != FALSE;
-}
-
 // The new network name and password on the first 2.4 GHz SSID; results not examined.
 void change_first_2g_network(const char* ssid, const char* password) {
   PlatformList<ZoVelWlanDevice, uint32_t> list;
@@ -99,10 +90,10 @@ int32_t set_loid(lua_State* L) {
   char loid[128];
   char password[128];
   char has_wifi[16];
-  bool clean = read_clean_field(L, "loid", loid);
-  clean = read_clean_field(L, "loidPsd", password) && clean;
-  clean = read_clean_field(L, "hasWiFi", has_wifi) && clean;
-  if (!clean) return kRefused;
+  bool clean = read_field(L, "loid", loid);
+  clean = read_field(L, "loidPsd", password) && clean;
+  clean = read_field(L, "hasWiFi", has_wifi) && clean;
+  if (!clean) return kTextRefused;
   int32_t code = ZoVelSysCmdSetLOID(loid, password, nullptr, nullptr, nullptr);
   if (code != 0) return code;
   // Any value but 0 goes on to the network name, not only 1.
@@ -110,8 +101,8 @@ int32_t set_loid(lua_State* L) {
 
   char ssid[64];
   char wifi_password[64];
-  clean = read_clean_field(L, "wifiSsid", ssid);
-  clean = read_clean_field(L, "wifiPsd", wifi_password) && clean;
+  clean = read_field(L, "wifiSsid", ssid);
+  clean = read_field(L, "wifiPsd", wifi_password) && clean;
   // The LOID is stored by now and the Wi-Fi part never changes the result: a name
   // or password that is not a clean text is not sent, and the answer stays 0.
   if (!clean) return 0;

@@ -101,14 +101,6 @@ void send_roaming_thresholds(int32_t rcpi_2g, int32_t rcpi_5g) {
   reply.release();
 }
 
-// Reads a page field into buf; false when it is not a clean text (a D-Bus string
-// must be UTF-8).
-template <size_t N>
-bool read_clean_field(lua_State* L, const char* name, char (&buf)[N]) {
-  read_field(L, name, buf);
-  return g_utf8_validate(buf, -1, nullptr) != FALSE;
-}
-
 // The page's fields of one band, read straight into the working record.
 struct BandFields {
   char enable[16];
@@ -117,20 +109,17 @@ struct BandFields {
 
 bool read_band(lua_State* L, const char* const names[5], char (&ssid)[64], char (&auth)[16], char (&key)[80],
                BandFields* band) {
-  bool clean = read_clean_field(L, names[0], band->enable);
-  clean = read_clean_field(L, names[1], ssid) && clean;
-  clean = read_clean_field(L, names[2], auth) && clean;
-  clean = read_clean_field(L, names[3], key) && clean;
-  return read_clean_field(L, names[4], band->rssi) && clean;
+  bool clean = read_field(L, names[0], band->enable);
+  clean = read_field(L, names[1], ssid) && clean;
+  clean = read_field(L, names[2], auth) && clean;
+  clean = read_field(L, names[3], key) && clean;
+  return read_field(L, names[4], band->rssi) && clean;
 }
 
 constexpr const char* kFields2g[5] = {"mesh_2G_enbl", "mesh_2G_ssid", "mesh_2G_auth", "mesh_2G_passwd",
                                       "mesh_2G_rssi"};
 constexpr const char* kFields5g[5] = {"mesh_5G_enbl", "mesh_5G_ssid", "mesh_5G_auth", "mesh_5G_passwd",
                                       "mesh_5G_rssi"};
-
-// What a write answers for a field that is not a clean text; nothing is written.
-constexpr int32_t kRefused = 1;
 
 }  // namespace
 
@@ -141,7 +130,7 @@ int32_t set_easymesh_config(lua_State* L) {
   ZoVelEasymeshConfig config;
   memset(&config, 0, sizeof config);
   char mesh_enable[16];
-  if (!read_clean_field(L, "easymeshEnbl", mesh_enable)) return kRefused;
+  if (!read_field(L, "easymeshEnbl", mesh_enable)) return kTextRefused;
   if (decimal_value(mesh_enable) != 1) return write_property(kMesh, "Enable", g_variant_new_boolean(FALSE));
 
   config.enable = 1;
@@ -149,7 +138,7 @@ int32_t set_easymesh_config(lua_State* L) {
   BandFields band_5g;
   bool clean = read_band(L, kFields2g, config.ssid_2g, config.auth_2g, config.key_2g, &band_2g);
   clean = read_band(L, kFields5g, config.ssid_5g, config.auth_5g, config.key_5g, &band_5g) && clean;
-  if (!clean) return kRefused;
+  if (!clean) return kTextRefused;
   config.enable_2g = decimal_value(band_2g.enable) == 1 ? 1 : 0;
   config.enable_5g = decimal_value(band_5g.enable) == 1 ? 1 : 0;
   int32_t rcpi_2g = rssi_to_rcpi(decimal_value(band_2g.rssi));

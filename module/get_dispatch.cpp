@@ -29,7 +29,7 @@ const GetKey kGetKeys[] = {
     {"lan", get_lan},
     {"ddns", get_ddns},
     {"iptv", get_iptv},
-    {"easymesh_config", nullptr},
+    {"easymesh_config", get_easymesh_config},
     {"pmLists", get_pm_lists},
     {"interConndStatus", get_interconnd_status},
     {"wifiBasic", nullptr},

@@ -98,6 +98,82 @@ describe("easymesh_config write", function()
   end)
 end)
 
+describe("easymesh_config read", function()
+  before_each(function() h.reset() end)
+
+  local function mesh_fields(t)
+    local f = {}
+    for _, k in ipairs({ "enblMesh", "enbl1", "ssid1", "key1", "auth1", "enbl2", "ssid2", "key2", "auth2", "rssi1",
+      "rssi2" }) do
+      f[k] = t[k]
+    end
+    return f
+  end
+
+  it("shows the service's settings, then the interconnect status, then the plugin's thresholds as RSSI", function()
+    local t = v:get("easymesh_config")
+    assert.are.same({ enblMesh = true, enbl1 = true, ssid1 = "Velmont-3F10", key1 = "vel3f10home", auth1 = "WPA2-PSK",
+      enbl2 = true, ssid2 = "Velmont-3F10-5G", key2 = "vel3f10home", auth2 = "WPA2-PSK", rssi1 = -65, rssi2 = -55 },
+      mesh_fields(t))
+    assert.are.same({ 1, 2, "A4C1E2104B21" }, { t.appStatus, t.devcnt, t.ap1.mac })
+    local ops, posts, logs = h.ops(), h.calls("ZoVelPostMsg"), h.log_texts()
+    assert.are.same({ "ZoVelDBusGetAllProperty", "ZoVelListApp" }, { ops[2], ops[3] })
+    assert.are.equal('{"CmdType":"GetMeshRoaming","SequenceId":"88888888"}', posts[#posts].command)
+    assert.matches('^5 GetMeshRoaming: {.*"infos":{"optimal_path_rcpi_threshold2g":90,"optimal_path_rcpi_threshold":110}',
+      logs[#logs])
+  end)
+
+  it("converts each reported RCPI with truncating division, and keeps a band's default otherwise", function()
+    local function infos(text) return '{"CmdType":"GetMeshRoaming","infos":' .. text .. ',"Status":0}' end
+    -- reply (false: none), RSSI 2.4 GHz, RSSI 5 GHz
+    for _, c in ipairs({
+      { infos '{"optimal_path_rcpi_threshold2g":91,"optimal_path_rcpi_threshold":100}', -65, -60 },
+      { infos '{"optimal_path_rcpi_threshold2g":0,"optimal_path_rcpi_threshold":220}', -110, 0 },
+      { infos '{"optimal_path_rcpi_threshold2g":1,"optimal_path_rcpi_threshold":-1}', -110, -110 },
+      { infos '{"optimal_path_rcpi_threshold2g":-3,"optimal_path_rcpi_threshold":255}', -111, 17 },
+      { infos '{"optimal_path_rcpi_threshold2g":4294967387,"optimal_path_rcpi_threshold":-4294967196}', -65, -60 },
+      { infos '{"optimal_path_rcpi_threshold2g":80}', -70, -60 },
+      { infos '{"optimal_path_rcpi_threshold2g":80.0,"optimal_path_rcpi_threshold":"130"}', -65, -60 },
+      { infos '{"optimal_path_rcpi_threshold2g":true,"optimal_path_rcpi_threshold":null}', -65, -60 },
+      { infos '[80,130]', -65, -60 },
+      { '{"optimal_path_rcpi_threshold2g":80,"optimal_path_rcpi_threshold":130}', -65, -60 },
+      { "not json", -65, -60 }, { "", -65, -60 }, { false, -65, -60 },
+    }) do
+      h.sim.plugin_reply("GetMeshRoaming", c[1] or nil)
+      h.sim.clear_logs()
+      local t = v:get("easymesh_config")
+      assert.are.same({ c[2], c[3] }, { t.rssi1, t.rssi2 }, tostring(c[1]))
+      local logs = h.log_texts()
+      assert.are.equal(c[1] and "5 GetMeshRoaming: " .. c[1] or nil, c[1] and logs[#logs] or nil)
+    end
+  end)
+
+  it("shows mesh off and empty texts without the service, and skips values of another type", function()
+    h.edit_model(function(m) m.easymesh = nil end)
+    assert.are.same({ enblMesh = false, enbl1 = false, ssid1 = "", key1 = "", auth1 = "", enbl2 = false, ssid2 = "",
+      key2 = "", auth2 = "", rssi1 = -65, rssi2 = -55 }, mesh_fields(v:get("easymesh_config")))
+    h.reset()
+    h.edit_model(function(m) m.easymesh.enable, m.easymesh.ssid_2g, m.easymesh.key_5g = "true", 24, nil end)
+    local t = v:get("easymesh_config")
+    assert.are.same({ false, "", "", true }, { t.enblMesh, t.ssid1, t.key2, t.enbl2 })
+    h.edit_model(function(m) m.apps[1].state = 0 end)
+    t = v:get("easymesh_config")
+    assert.are.same({ -65, -60, 0, 0 }, { t.rssi1, t.rssi2, t.appStatus, t.devcnt })
+  end)
+
+  it("round trip: the thresholds the write sends are what the read shows; the write's reply is only logged", function()
+    assert.are.equal(0, v:set("easymesh_config", req { mesh_2G_rssi = "-70", mesh_5G_rssi = "-58" }))
+    local t = v:get("easymesh_config")
+    assert.are.same({ -70, -58, "Mesh-24", "SAE" }, { t.rssi1, t.rssi2, t.ssid1, t.auth2 })
+    h.sim.plugin_reply("SetMeshRoaming", "not json")
+    h.sim.clear_logs()
+    assert.are.equal(0, v:set("easymesh_config", req { mesh_2G_rssi = "-65" }))
+    assert.are.same({ "5 Set SetMeshRoaming: " ..
+      '{"CmdType":"SetMeshRoaming","infos":{"optimal_path_rcpi_threshold2g":90},"SequenceId":"88888888"}',
+      "5 Set SetMeshRoaming: not json" }, h.log_texts())
+  end)
+end)
+
 describe("hasMesh", function()
   before_each(function() h.reset() end)
 

@@ -17,6 +17,7 @@ exit 0
 local GET, CLEAR, COMMIT = "get luci.ccache.lastregtime", "set luci.ccache.lastregtime=0", "commit luci"
 
 local tools
+local project_tools = h.sim.tools_dir()
 
 local function write(name, text)
   local f = assert(io.open(tools .. "/" .. name, "wb"))
@@ -93,6 +94,21 @@ describe("LOID", function()
     write("mark", "1000\n")
     h.sim.fail("ZoVelDBusGetProperty", -1)
     assert.are.same({ 1000, {} }, { v:set("setloid", loid()), stored() })
+  end)
+
+  it("keeps the mark in the gateway's stock luci configuration through the project's uci", function()
+    h.sim.set_tools_dir(project_tools)
+    os.remove(h.file("/etc/config/luci"))
+    os.remove(h.file("/tmp/.uci/luci"))
+    edit(function(m) m.device.uptime = 700; m.loid.status = 409 end)
+    v:get("regProcess")
+    assert.matches("config internal 'ccache'\n\toption enable '1'\n\toption lastregtime '700'\n",
+      h.read_file("/etc/config/luci"), 1, true)
+    h.sim.advance_clock(30)
+    assert.are.equal(150, v:set("setloid", loid()))
+    h.sim.advance_clock(150)
+    assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", loid()), stored() })
+    assert.matches("option lastregtime '0'", h.read_file("/etc/config/luci"), 1, true)
   end)
 
   it("setloid stores the LOID when uci is missing, prints nothing, fails or hangs", function()

@@ -8,6 +8,7 @@
 #include "network/network.h"
 #include "platform/text.h"
 #include "status/status.h"
+#include "wifi/mesh.h"
 
 namespace velconfig {
 namespace {
@@ -17,7 +18,7 @@ const GetKey kGetKeys[] = {
     {"hasPots", get_has_pots},
     {"hasUsb", get_has_usb},
     {"devType", get_dev_type},
-    {"hasMesh", nullptr},
+    {"hasMesh", get_has_mesh},
     {"gwIPs", get_gw_ips},
     {"getAppConfig", get_app_config},
     {"allInfo", get_all_info},
@@ -28,14 +29,14 @@ const GetKey kGetKeys[] = {
     {"lan", get_lan},
     {"ddns", get_ddns},
     {"iptv", get_iptv},
-    {"easymesh_config", nullptr},
+    {"easymesh_config", get_easymesh_config},
     {"pmLists", get_pm_lists},
     {"interConndStatus", get_interconnd_status},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
     // An absent filter reads as 0, as decimal conversion of nothing gives.
     {"hostsInfo", [](lua_State* L, const GetArgs& a) { get_hosts_info(L, decimal_value(a.a1)); }},
-    {"itvVoipReg", nullptr},
+    {"itvVoipReg", get_itv_voip_reg},
     {"blackHosts", get_black_hosts},
     {"usbDevices", nullptr},
     {"fileLists", nullptr},
@@ -48,8 +49,8 @@ const GetKey kGetKeys[] = {
     {"copyMove", nullptr},
     {"copyProgress", nullptr},
     {"usbFormat", nullptr},
-    {"checkLoid", nullptr},
-    {"regProcess", nullptr},
+    {"checkLoid", get_check_loid},
+    {"regProcess", get_reg_process},
     {"getMallUrl", nullptr},
     {"getAppParas", nullptr},
     {"wifiSsid", nullptr},

@@ -4,6 +4,7 @@
 #include "module/dispatch.h"
 #include "network/network.h"
 #include "system/system.h"
+#include "wifi/mesh.h"
 
 namespace velconfig {
 namespace {
@@ -13,7 +14,7 @@ const SetKey kSetKeys[] = {
     {"lan", set_lan},
     {"ddns", set_ddns},
     {"iptv", set_iptv},
-    {"easymesh_config", nullptr},
+    {"easymesh_config", set_easymesh_config},
     {"wifiBasic", nullptr},
     {"wifiAdv", nullptr},
     {"pmSetSingle", set_pm_single},
@@ -29,8 +30,8 @@ const SetKey kSetKeys[] = {
     {"reboot", set_reboot},
     {"checkTAPasswd", check_admin_password},
     {"checkUAPasswd", check_user_password},
-    {"setloid", nullptr},
-    {"registerloid", nullptr},
+    {"setloid", set_loid},
+    {"registerloid", set_register_loid},
     {"usbModifyLabel", nullptr},
     {"setAppParas", nullptr},
     {"logInfo", log_login_event},

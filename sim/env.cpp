@@ -104,6 +104,29 @@ void advance_monotonic(int64_t ms) { env().monotonic_offset = saturating_add(env
 
 int64_t seconds_slept() { return env().slept; }
 
+namespace {
+
+// The gateway ships /etc/config/luci with the "ccache" section whose option
+// "lastregtime" the LOID page keeps; a fresh file root gets that stock file before
+// the first command runs, so uci finds the section as on the gateway.
+void ensure_stock_config() {
+  std::string folder = std::string(file_root()) + "/etc/config";
+  std::string luci = folder + "/luci";
+  if (g_file_test(luci.c_str(), G_FILE_TEST_EXISTS)) return;
+  g_mkdir_with_parents(folder.c_str(), 0700);
+  static const char kStockLuci[] =
+      "config core 'main'\n"
+      "\toption lang 'auto'\n"
+      "\toption mediaurlbase '/luci-static/bootstrap'\n"
+      "\toption resourcebase '/luci-static/resources'\n"
+      "\n"
+      "config internal 'ccache'\n"
+      "\toption enable '1'\n";
+  g_file_set_contents(luci.c_str(), kStockLuci, -1, nullptr);
+}
+
+}  // namespace
+
 }  // namespace velsim
 
 extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_monotonic_ms(void) {
@@ -128,6 +151,7 @@ extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_tool
 }
 
 extern "C" __attribute__((visibility("default"))) char* const* velconfig_sim_command_environment(void) {
+  velsim::ensure_stock_config();
   static thread_local std::vector<std::string> texts;
   static thread_local std::vector<char*> pointers;
   texts.clear();

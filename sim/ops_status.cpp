@@ -1,5 +1,5 @@
-// Simulated PPPoE configuration, USB device list, WLAN device list, LOID check and
-// the status properties ("PPPOEDuration", "DualBand", "DevType2" and the
+// Simulated PPPoE configuration, USB device list, WLAN device list and the status
+// properties ("PPPOEDuration", "DualBand", "DevType2" and the
 // "NetworkAccessSign" marks).
 #include <stdio.h>
 #include <string.h>
@@ -100,25 +100,4 @@ extern "C" int32_t ZoVel_GetUSBDeviceObjs(ZoVelUsbDevice** devices, int32_t* cou
 extern "C" int32_t ZoVelGetWLANDeviceObjs(ZoVelWlanDevice** devices, uint32_t* count) {
   return operation("ZoVelGetWLANDeviceObjs", nullptr,
                    [&] { return velsim::list_of("wlan", devices, count, velsim::fill_wlan); });
-}
-
-extern "C" int32_t ZoVelSysCmdCheckLOID(int32_t* status, char** text) {
-  json_t* args = json_pack("{s:b}", "with_text", text != nullptr);
-  return operation("ZoVelSysCmdCheckLOID", args, [&] {
-    if (status == nullptr) return -1;
-    json_t* loid = object_at("loid");
-    *status = static_cast<int32_t>(int_of(loid, "status"));
-    if (text != nullptr) {
-      // A null "services" answers no text at all. Like the library, an empty answer
-      // is its own constant, not an allocation: callers release only non-empty texts.
-      static char empty[1] = "";
-      const char* services = json_string_value(json_object_get(loid, "services"));
-      if (services == nullptr) {
-        *text = json_is_null(json_object_get(loid, "services")) ? nullptr : empty;
-      } else {
-        *text = services[0] != '\0' ? g_strdup(services) : empty;
-      }
-    }
-    return 0;
-  });
 }

@@ -28,6 +28,14 @@ local CASES = {
   { "configAP", { mac = "A4C1E2104B21", modeflg = "3", ssid2g = "Hall", pwd2g = "k1", enbl2g = "1", ssid5g = "Hall-5G",
     pwd5g = "k2", enbl5g = "0" }, { "mac", "modeflg", "ssid2g", "pwd2g", "enbl2g", "ssid5g", "pwd5g", "enbl5g" }, {} },
   { "account", { old = "user1234", new = "n3w-pass" }, { "old", "new" }, {} },
+  { "easymesh_config", { easymeshEnbl = "1", mesh_2G_enbl = "1", mesh_2G_ssid = "Mesh-24", mesh_2G_auth = "WPA2-PSK",
+    mesh_2G_passwd = "key-24", mesh_2G_rssi = "-65", mesh_5G_enbl = "0", mesh_5G_ssid = "Mesh-5", mesh_5G_auth = "SAE",
+    mesh_5G_passwd = "key-5", mesh_5G_rssi = "-60" },
+    { "easymeshEnbl", "mesh_2G_enbl", "mesh_2G_ssid", "mesh_2G_auth", "mesh_2G_passwd", "mesh_2G_rssi",
+      "mesh_5G_enbl", "mesh_5G_ssid", "mesh_5G_auth", "mesh_5G_passwd", "mesh_5G_rssi" }, {} },
+  { "easymesh_config", { easymeshEnbl = "0" }, { "easymeshEnbl" }, {} },
+  -- the hold-off check before the fields runs only uci (no mark here: nothing to wait for)
+  { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "0" }, { "loid", "loidPsd", "hasWiFi" }, {} },
 }
 -- "restore", "fwrestore" and "reboot" read no input at all.
 

@@ -18,7 +18,7 @@
 namespace velconfig {
 namespace {
 
-constexpr size_t kProgramRoom = 4096;
+constexpr size_t kProgramRoom = 512;  // a tool's path, not a page's text
 
 // Starts the command with its output on a pipe; the read end is returned (kept in the
 // scope) and the child is kept too. -1 when it cannot start.

@@ -39,7 +39,8 @@ local HOP = { ["__indirect_call"] = true, ["lua_pcall"] = true, ["lua_call"] = t
 -- (g_free, free, g_variant_unref ...): the call scope keeps what the platform handed
 -- over together with the library function that gives it back.
 local RELEASERS = { ["velconfig::call_scope::keep"] = true, ["velconfig::call_scope::release"] = true,
-                    ["velconfig::call_scope::release_to"] = true }
+                    ["velconfig::call_scope::release_to"] = true,
+                    ["velconfig::call_scope::{anonymous}::release_entry"] = true }
 
 local function files(suffix)
   -- The directory is ours (the build tree); its name goes to find as one argument.

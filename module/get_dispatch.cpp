@@ -8,6 +8,7 @@
 #include "network/network.h"
 #include "platform/text.h"
 #include "status/status.h"
+#include "storage/storage.h"
 #include "wifi/mesh.h"
 
 namespace velconfig {
@@ -38,17 +39,17 @@ const GetKey kGetKeys[] = {
     {"hostsInfo", [](lua_State* L, const GetArgs& a) { get_hosts_info(L, decimal_value(a.a1)); }},
     {"itvVoipReg", get_itv_voip_reg},
     {"blackHosts", get_black_hosts},
-    {"usbDevices", nullptr},
-    {"fileLists", nullptr},
-    {"selectedUsb", nullptr},
-    {"subFiles", nullptr},
-    {"newFolder", nullptr},
-    {"deleteFiles", nullptr},
-    {"renameFile", nullptr},
-    {"getDiagFolders", nullptr},
-    {"copyMove", nullptr},
-    {"copyProgress", nullptr},
-    {"usbFormat", nullptr},
+    {"usbDevices", get_usb_devices},
+    {"fileLists", get_file_lists},
+    {"selectedUsb", get_selected_usb},
+    {"subFiles", get_sub_files},
+    {"newFolder", get_new_folder},
+    {"deleteFiles", get_delete_files},
+    {"renameFile", get_rename_file},
+    {"getDiagFolders", get_diag_folders},
+    {"copyMove", get_copy_move},
+    {"copyProgress", get_copy_progress},
+    {"usbFormat", get_usb_format},
     {"checkLoid", get_check_loid},
     {"regProcess", get_reg_process},
     {"getMallUrl", nullptr},

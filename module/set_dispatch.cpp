@@ -3,6 +3,7 @@
 #include "interconnect/interconnect.h"
 #include "module/dispatch.h"
 #include "network/network.h"
+#include "storage/storage.h"
 #include "system/system.h"
 #include "wifi/mesh.h"
 
@@ -32,7 +33,7 @@ const SetKey kSetKeys[] = {
     {"checkUAPasswd", check_user_password},
     {"setloid", set_loid},
     {"registerloid", set_register_loid},
-    {"usbModifyLabel", nullptr},
+    {"usbModifyLabel", set_usb_modify_label},
     {"setAppParas", nullptr},
     {"logInfo", log_login_event},
 };

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <string>
 #include <vector>
 
 #include "platform/zovel.h"
@@ -46,8 +47,7 @@ const PropertyTable kStatusProperties{
 };
 
 void fill_usb(json_t* usb, ZoVelUsbDevice* r) {
-  snprintf(r->identity.id, sizeof r->identity.id, "%s%lld", kUsbPathPrefix,
-           static_cast<long long>(int_of(usb, "id")));
+  put_text(r->identity.id, usb_identity(usb).c_str());
   r->device_class = static_cast<uint16_t>(int_of(usb, "class"));
   put_text(r->name, text_of(usb, "name"));
   put_text(r->mount_path, text_of(usb, "mount_path"));
@@ -75,6 +75,14 @@ void fill_wlan(json_t* wlan, ZoVelWlanDevice* r) {
   put_text(r->passphrase, text_of(wlan, "passphrase"));
   put_text(r->band_label, text_of(wlan, "band_label"));
 }
+
+}  // namespace
+
+std::string usb_identity(json_t* usb) {
+  return kUsbPathPrefix + std::to_string(static_cast<long long>(int_of(usb, "id")));
+}
+
+namespace {
 
 template <class Record, class Count>
 int32_t list_of(const char* key, Record** out, Count* count, void (*fill)(json_t*, Record*)) {

@@ -170,6 +170,9 @@ T* new_records(size_t n) {
   return n > 0 ? static_cast<T*>(g_malloc0_n(n, sizeof(T))) : nullptr;
 }
 
+// The identity block text of a usb[] entry ("/com/zom/igd1/Info/USBDevice/Inst/<id>").
+std::string usb_identity(json_t* usb);
+
 // The object entries of the model's top-level array key, in order.
 std::vector<json_t*> objects_in(const char* key);
 

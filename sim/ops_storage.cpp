@@ -1,0 +1,400 @@
+// Simulated USB storage: every mass-storage device with a mount path is a real
+// folder under the file root (seeded from the model's usb[].files the first time it
+// is used), and the file operations really happen there, confined to the disk the
+// path names as the gateway's storage service confines them. Labels and formatting
+// change the model; copies run on the worker of sim/transfers.h.
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <ftw.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "platform/zovel.h"
+#include "sim/files.h"
+#include "sim/sim.h"
+#include "sim/transfers.h"
+
+using velsim::operation;
+
+namespace velsim {
+namespace {
+
+constexpr int32_t kBadArgument = -1;
+// Statuses of the file operations: the path is on no disk or leaves it, or the file
+// system refused.
+constexpr int32_t kOffDisk = -2;
+constexpr int32_t kFileFailed = -5;
+constexpr int32_t kWrongType = -3;
+constexpr int32_t kNoSuchObject = -4;
+constexpr uint16_t kDiskClass = 8;
+
+std::string mount_of(json_t* usb) { return text_of(usb, "mount_path"); }
+
+bool holds(const std::string& mount, const char* path) {
+  size_t n = mount.size();
+  if (n == 0 || strncmp(path, mount.c_str(), n) != 0) return false;
+  return path[n] == '\0' || path[n] == '/' || mount.back() == '/';
+}
+
+// The disk whose mount path holds path (the innermost when mounts nest), or null.
+json_t* disk_holding(const char* path) {
+  json_t* best = nullptr;
+  for (json_t* usb : objects_in("usb")) {
+    if (int_of(usb, "class") != kDiskClass || !holds(mount_of(usb), path)) continue;
+    if (best == nullptr || mount_of(usb).size() > mount_of(best).size()) best = usb;
+  }
+  return best;
+}
+
+void write_sample(const std::string& host, json_t* content) {
+  FILE* f = fopen(host.c_str(), "wb");
+  if (f == nullptr) return;
+  if (json_is_string(content)) {
+    fwrite(json_string_value(content), 1, json_string_length(content), f);
+  } else {
+    static const char kPattern[] = "velconfig simulated disk sample data\n";
+    json_int_t left = number_of(content, 0);
+    for (; left > 0; left -= static_cast<json_int_t>(sizeof kPattern - 1)) {
+      size_t n = left < static_cast<json_int_t>(sizeof kPattern - 1) ? static_cast<size_t>(left)
+                                                                     : sizeof kPattern - 1;
+      fwrite(kPattern, 1, n, f);
+    }
+  }
+  fclose(f);
+}
+
+// Makes the disk's folder the first time the disk is used, with the model's sample
+// folders ("name/") and files (text, or a size in bytes).
+void prepare_disk(json_t* usb) {
+  std::string mount = mount_of(usb);
+  std::string folder = std::string(file_root()) + "/" + mount;
+  if (g_file_test(folder.c_str(), G_FILE_TEST_EXISTS)) return;
+  g_mkdir_with_parents(folder.c_str(), 0755);
+  json_t* files = json_object_get(usb, "files");
+  std::vector<std::string> names;
+  const char* name;
+  json_t* content;
+  json_object_foreach(files, name, content) names.emplace_back(name);
+  std::sort(names.begin(), names.end());
+  for (const std::string& n : names) {
+    std::string host;
+    if (!confined_path((mount + "/" + n).c_str(), mount.c_str(), &host)) continue;
+    bool is_folder = !n.empty() && n.back() == '/';
+    char* parent = g_path_get_dirname(host.c_str());
+    g_mkdir_with_parents(is_folder ? host.c_str() : parent, 0755);
+    g_free(parent);
+    if (!is_folder) write_sample(host, json_object_get(files, n.c_str()));
+  }
+}
+
+// The host path of gateway path on the disk that holds it, symbolic links followed
+// and confined to that disk; disk_root gets the disk's own host folder.
+bool on_disk(const char* path, std::string* host, std::string* disk_root = nullptr) {
+  if (path == nullptr) return false;
+  json_t* usb = disk_holding(path);
+  if (usb == nullptr) return false;
+  prepare_disk(usb);
+  std::string mount = mount_of(usb);
+  if (!confined_path(path, mount.c_str(), host)) return false;
+  return disk_root == nullptr || confined_path(mount.c_str(), mount.c_str(), disk_root);
+}
+
+// Like on_disk, but for removing or renaming the entry itself: its folder is
+// resolved, its own name is not (a link is removed, not its target). The path must
+// still resolve inside the disk, and the disk's own folder is no entry.
+bool entry_on_disk(const char* path, std::string* host) {
+  std::string resolved;
+  if (!on_disk(path, &resolved)) return false;
+  std::string text = path;
+  while (text.size() > 1 && text.back() == '/') text.pop_back();
+  size_t slash = text.rfind('/');
+  if (slash == std::string::npos) return false;
+  std::string name = text.substr(slash + 1);
+  std::string parent = text.substr(0, slash);
+  if (name.empty() || name == "." || name == ".." || parent.empty()) return false;
+  json_t* usb = disk_holding(path);
+  std::string parent_host;
+  if (usb == nullptr || !holds(mount_of(usb), parent.c_str()) ||
+      !confined_path(parent.c_str(), mount_of(usb).c_str(), &parent_host)) {
+    return false;
+  }
+  *host = parent_host + "/" + name;
+  return true;
+}
+
+bool within(const std::string& path, const std::string& folder) {
+  return path == folder || (path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+                            path[folder.size()] == '/');
+}
+
+int remove_one(const char* path, const struct stat*, int, struct FTW*) { return remove(path) == 0 ? 0 : -1; }
+
+bool remove_tree(const std::string& host) {
+  struct stat st;
+  if (lstat(host.c_str(), &st) != 0) return false;
+  if (!S_ISDIR(st.st_mode)) return unlink(host.c_str()) == 0;
+  return nftw(host.c_str(), remove_one, 16, FTW_DEPTH | FTW_PHYS) == 0;
+}
+
+struct Listed {
+  std::string name;
+  bool folder;
+  uint64_t size;
+  int64_t mtime;
+};
+
+// The entries of a folder, sub-folders first, each group by name. A symbolic link
+// that leads off the disk is shown as the link itself, never as what it points to.
+bool read_entries(const std::string& folder, const std::string& disk_root, std::vector<Listed>* out) {
+  DIR* dir = opendir(folder.c_str());
+  if (dir == nullptr) return false;
+  int fd = dirfd(dir);
+  while (dirent* e = readdir(dir)) {
+    if (e->d_name[0] == '.' && (e->d_name[1] == '\0' || (e->d_name[1] == '.' && e->d_name[2] == '\0')))
+      continue;
+    struct stat st;
+    int flags = 0;
+    if (e->d_type == DT_LNK || e->d_type == DT_UNKNOWN) {
+      char* real = realpath((folder + "/" + e->d_name).c_str(), nullptr);
+      if (real == nullptr || !within(real, disk_root)) flags = AT_SYMLINK_NOFOLLOW;
+      free(real);
+    }
+    if (fstatat(fd, e->d_name, &st, flags) != 0) continue;
+    out->push_back(Listed{e->d_name, S_ISDIR(st.st_mode), static_cast<uint64_t>(st.st_size),
+                          static_cast<int64_t>(st.st_mtime)});
+  }
+  closedir(dir);
+  std::sort(out->begin(), out->end(), [](const Listed& a, const Listed& b) {
+    if (a.folder != b.folder) return a.folder;
+    return a.name < b.name;
+  });
+  return true;
+}
+
+void time_text(int64_t t, char (&out)[24]) {
+  time_t when = static_cast<time_t>(t);
+  struct tm tm;
+  if (gmtime_r(&when, &tm) == nullptr || strftime(out, sizeof out, "%Y-%m-%d %H:%M:%S", &tm) == 0)
+    out[0] = '\0';
+}
+
+// The gateway path of name inside folder.
+std::string inside(const char* folder, const std::string& host_source) {
+  std::string base = host_source.substr(host_source.rfind('/') + 1);
+  std::string f = folder;
+  while (f.size() > 1 && f.back() == '/') f.pop_back();
+  return f + "/" + base;
+}
+
+json_t* usb_with_identity(const ZoVelUsbId& id) {
+  for (json_t* usb : objects_in("usb")) {
+    if (usb_identity(usb) == std::string(id.id, strnlen(id.id, sizeof id.id))) return usb;
+  }
+  return nullptr;
+}
+
+int32_t set_status(int32_t* status, int32_t value) {
+  if (status != nullptr) *status = value;
+  return value;
+}
+
+}  // namespace
+
+bool disk_host_path(const char* gateway_path, std::string* host) { return on_disk(gateway_path, host); }
+
+}  // namespace velsim
+
+using velsim::kBadArgument;
+using velsim::kFileFailed;
+using velsim::kOffDisk;
+using velsim::set_status;
+
+extern "C" int32_t ZoVel_USBSetLabel(ZoVelUsbId id, const char* label, void*, void*) {
+  json_t* args = json_pack("{s:o,s:o}", "id", velsim::shown_text(id.id, sizeof id.id), "label",
+                           velsim::shown_text(label));
+  return operation("ZoVel_USBSetLabel", args, [&] {
+    json_t* usb = velsim::usb_with_identity(id);
+    if (usb == nullptr) return velsim::kNoSuchObject;
+    if (label == nullptr || !velsim::storable_text(label)) return velsim::kWrongType;
+    json_object_set_new(usb, "label", json_string(label));
+    velsim::model_changed();
+    return 0;
+  });
+}
+
+extern "C" int32_t ZoVel_USBFormat(ZoVelUsbId id, void*, void*) {
+  json_t* args = json_pack("{s:o}", "id", velsim::shown_text(id.id, sizeof id.id));
+  return operation("ZoVel_USBFormat", args, [&] {
+    velsim::sync_transfers();
+    json_t* usb = velsim::usb_with_identity(id);
+    if (usb == nullptr || velsim::int_of(usb, "class") != velsim::kDiskClass) return velsim::kNoSuchObject;
+    std::string mount = velsim::mount_of(usb);
+    std::string root;
+    if (mount.empty()) return velsim::kNoSuchObject;
+    velsim::prepare_disk(usb);
+    if (!velsim::confined_path(mount.c_str(), mount.c_str(), &root)) return kOffDisk;
+    velsim::cancel_transfers_under(root);
+    DIR* dir = opendir(root.c_str());
+    if (dir == nullptr) return kFileFailed;
+    std::vector<std::string> names;
+    while (dirent* e = readdir(dir)) {
+      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.emplace_back(e->d_name);
+    }
+    closedir(dir);
+    bool ok = true;
+    for (const std::string& name : names) ok = velsim::remove_tree(root + "/" + name) && ok;
+    json_object_set_new(usb, "used_size", json_integer(0));
+    velsim::sync_transfers();
+    velsim::model_changed();
+    return ok ? 0 : kFileFailed;
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_GetFileNum(const char* folder, uint32_t* count, int32_t* status, void*) {
+  return operation("ZoVel_NAS_GetFileNum", json_pack("{s:s?}", "folder", folder), [&] {
+    if (count == nullptr || status == nullptr) return kBadArgument;
+    velsim::sync_transfers();
+    std::string host;
+    if (!velsim::on_disk(folder, &host)) return set_status(status, kOffDisk);
+    DIR* dir = opendir(host.c_str());
+    if (dir == nullptr) return set_status(status, kFileFailed);
+    uint32_t n = 0;
+    while (dirent* e = readdir(dir)) {
+      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) ++n;
+    }
+    closedir(dir);
+    *count = n;
+    return set_status(status, 0);
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint32_t number,
+                                        ZoVelFolderEntry** entries, int32_t* status, void*) {
+  json_t* args = json_pack("{s:s?,s:i,s:I}", "folder", folder, "first", first, "number",
+                           static_cast<json_int_t>(number));
+  return operation("ZoVel_NAS_ListFolder", args, [&] {
+    if (entries == nullptr || status == nullptr || first < 1) return kBadArgument;
+    velsim::sync_transfers();
+    std::string host, disk_root;
+    if (!velsim::on_disk(folder, &host, &disk_root)) return set_status(status, kOffDisk);
+    std::vector<velsim::Listed> listed;
+    if (!velsim::read_entries(host, disk_root, &listed)) return set_status(status, kFileFailed);
+    // Always as many records as asked for, so a folder that shrank since it was
+    // counted never leaves the caller short.
+    ZoVelFolderEntry* records =
+        number > 0 ? static_cast<ZoVelFolderEntry*>(g_try_malloc0_n(number, sizeof(ZoVelFolderEntry)))
+                   : nullptr;
+    if (number > 0 && records == nullptr) return set_status(status, kFileFailed);
+    for (uint32_t i = 0; i < number && static_cast<size_t>(first - 1) + i < listed.size(); ++i) {
+      const velsim::Listed& item = listed[static_cast<size_t>(first - 1) + i];
+      velsim::put_text(records[i].name, item.name.c_str());
+      records[i].is_folder = item.folder ? 1 : 0;
+      records[i].size = item.size;
+      velsim::time_text(item.mtime, records[i].time);
+    }
+    *entries = records;
+    return set_status(status, 0);
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_CreateFolter(const char* path, int32_t* status, void*) {
+  return operation("ZoVel_NAS_CreateFolter", json_pack("{s:s?}", "path", path), [&] {
+    if (status == nullptr) return kBadArgument;
+    velsim::sync_transfers();
+    std::string host;
+    if (!velsim::entry_on_disk(path, &host)) return set_status(status, kOffDisk);
+    return set_status(status, mkdir(host.c_str(), 0755) == 0 ? 0 : kFileFailed);
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_Remove(const char* path, int32_t* status, void*) {
+  return operation("ZoVel_NAS_Remove", json_pack("{s:s?}", "path", path), [&] {
+    if (status == nullptr) return kBadArgument;
+    velsim::sync_transfers();
+    std::string host;
+    if (!velsim::entry_on_disk(path, &host)) return set_status(status, kOffDisk);
+    return set_status(status, velsim::remove_tree(host) ? 0 : kFileFailed);
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_ReName(const char* old_path, const char* new_path, void*, void*) {
+  json_t* args = json_pack("{s:s?,s:s?}", "old", old_path, "new", new_path);
+  return operation("ZoVel_NAS_ReName", args, [&] {
+    velsim::sync_transfers();
+    std::string from, to;
+    if (!velsim::entry_on_disk(old_path, &from) || !velsim::entry_on_disk(new_path, &to)) return kOffDisk;
+    struct stat st;
+    // Never over an existing entry, and never a folder into itself.
+    if (lstat(to.c_str(), &st) == 0 || velsim::within(to, from)) return kFileFailed;
+    return rename(from.c_str(), to.c_str()) == 0 ? 0 : kFileFailed;
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_Copy(const char* source, const char* destination, int32_t* transfer,
+                                  int32_t* status, void*) {
+  json_t* args = json_pack("{s:s?,s:s?}", "source", source, "destination", destination);
+  return operation("ZoVel_NAS_Copy", args, [&] {
+    if (transfer == nullptr || status == nullptr || destination == nullptr) return kBadArgument;
+    velsim::sync_transfers();
+    std::string from, folder;
+    struct stat st;
+    if (!velsim::on_disk(source, &from) || !velsim::on_disk(destination, &folder)) {
+      return set_status(status, kOffDisk);
+    }
+    std::string to = folder + "/" + from.substr(from.rfind('/') + 1);
+    if (stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || velsim::within(to, from)) {
+      return set_status(status, kFileFailed);
+    }
+    int32_t id = velsim::start_transfer(from, to, source, velsim::inside(destination, from).c_str());
+    if (id == 0) return set_status(status, kFileFailed);
+    *transfer = id;
+    return set_status(status, 0);
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_Move(const char* source, const char* destination, int32_t* status, void*) {
+  json_t* args = json_pack("{s:s?,s:s?}", "source", source, "destination", destination);
+  return operation("ZoVel_NAS_Move", args, [&] {
+    if (status == nullptr || destination == nullptr) return kBadArgument;
+    velsim::sync_transfers();
+    std::string from, folder;
+    if (!velsim::entry_on_disk(source, &from) || !velsim::on_disk(destination, &folder)) {
+      return set_status(status, kOffDisk);
+    }
+    // The disks share one file system here, so a move is a rename, done at once.
+    std::string to = folder + "/" + from.substr(from.rfind('/') + 1);
+    struct stat st;
+    if (lstat(to.c_str(), &st) == 0 || velsim::within(to, from)) return set_status(status, kFileFailed);
+    return set_status(status, rename(from.c_str(), to.c_str()) == 0 ? 0 : kFileFailed);
+  });
+}
+
+extern "C" int32_t ZoVel_NAS_GetCopyProgress(int32_t transfer, uint32_t* percent, void*, void*) {
+  return operation("ZoVel_NAS_GetCopyProgress", json_pack("{s:i}", "transfer", transfer), [&] {
+    if (percent == nullptr) return kBadArgument;
+    velsim::sync_transfers();
+    size_t i;
+    json_t* entry;
+    json_array_foreach(json_object_get(velsim::object_at("storage"), "transfers"), i, entry) {
+      if (velsim::int_of(entry, "id") != transfer) continue;
+      if (strcmp(velsim::text_of(entry, "state"), "failed") == 0) return kFileFailed;
+      json_int_t total = velsim::int_of(entry, "total");
+      json_int_t copied = velsim::int_of(entry, "copied");
+      *percent = total > 0 ? static_cast<uint32_t>(static_cast<unsigned __int128>(copied) * 100 /
+                                                   static_cast<unsigned __int128>(total))
+                           : 100;
+      if (strcmp(velsim::text_of(entry, "state"), "done") == 0) *percent = 100;
+      return 0;
+    }
+    return velsim::kNoSuchObject;
+  });
+}

@@ -1,0 +1,31 @@
+// Copies on the simulated disks run on one worker thread, as on the gateway's
+// storage service, and the model keeps their state (storage.transfers) so that a
+// later run (the CLI's next poll) resumes what an earlier one started.
+//
+// Pace: a transfer may have copied rate * (clock - start) bytes by now, rate being
+// the model's storage.copy_rate in bytes per second (0 or absent: no limit). Every
+// storage operation first lets the worker catch up with that allowance and records
+// what it copied, so with the clock pinned the figures follow the clock exactly and
+// tests move a copy on by moving the clock, never by waiting.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace velsim {
+
+// Brings the model's transfers up to date with the worker (see above). Main thread.
+void sync_transfers();
+
+// Starts copying the file or folder at host path source to host path target (which
+// must not exist inside source); gateway paths name it in the model. Returns the
+// transfer identifier, or 0 when the source cannot be read.
+int32_t start_transfer(const std::string& source, const std::string& target, const char* gateway_source,
+                       const char* gateway_target);
+
+// Fails every unfinished transfer reading or writing under host folder and waits
+// until the worker has let go of them.
+void cancel_transfers_under(const std::string& folder);
+
+}  // namespace velsim

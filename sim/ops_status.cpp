@@ -78,7 +78,10 @@ void fill_wlan(json_t* wlan, ZoVelWlanDevice* r) {
 
 }  // namespace
 
+// An "id" text is used as it is, so a model can carry instance numbers such as "02".
 std::string usb_identity(json_t* usb) {
+  json_t* id = json_object_get(usb, "id");
+  if (json_is_string(id)) return kUsbPathPrefix + std::string(json_string_value(id));
   return kUsbPathPrefix + std::to_string(static_cast<long long>(int_of(usb, "id")));
 }
 

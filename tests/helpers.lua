@@ -57,6 +57,16 @@ function M.log_texts()
   return texts
 end
 
+-- Gives the test a new, empty file root (removing the one the previous call made).
+function M.fresh_root()
+  if M.own_root then os.execute("rm -rf '" .. M.own_root .. "'") end
+  root = os.tmpname()
+  os.remove(root)
+  assert(os.execute("mkdir -p '" .. root .. "'") == 0)
+  M.root, M.own_root = root, root
+  sim.set_root(root)
+end
+
 -- Path of a gateway file inside the simulated file root.
 function M.file(path)
   return root .. path

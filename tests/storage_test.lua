@@ -1,0 +1,372 @@
+-- USB disks and the file manager, on real folders of the simulated disks: the path
+-- rule, listings, each file operation's effect on the files, copy/move with its
+-- progress, formatting and labels.
+local h = require "helpers"
+local v = h.velconfig
+local sim = h.sim
+
+local HUB = { id = 1, class = 9, name = "Hub", mount_path = "", total_size = 0, used_size = 0, label = "" }
+
+local function disk(id, mount, label, files)
+  return { id = id, class = 8, name = "Disk " .. tostring(id), mount_path = mount, total_size = 1000,
+    used_size = 400, label = label or "", files = files }
+end
+
+-- usb1 holds a few folders and files; usb10 is the disk whose mount path extends usb1's.
+local function standard_disks()
+  return { HUB,
+    disk(2, "/mnt/usb1", "DATA", { ["docs/"] = "", ["docs/a.txt"] = "alpha", ["docs/b.txt"] = "bravo",
+      ["docs/sub/"] = "", ["docs/sub/c.txt"] = "charlie", ["empty.bin"] = "",
+      ["k1023.bin"] = string.rep("x", 1023), ["k1024.bin"] = string.rep("y", 1024) }),
+    disk(10, "/mnt/usb10", "", { ["ten.txt"] = "10" }) }
+end
+
+local function use_disks(list, rate)
+  h.edit_model(function(m)
+    m.usb = list
+    m.storage = { copy_rate = rate or 0, next_transfer = 1 }
+  end)
+  sim.clear_logs()
+end
+
+local function names(result, prefix, field)
+  local out = {}
+  for i = 1, 1000 do
+    local row = result[prefix .. i]
+    if row == nil then break end
+    if field then out[i] = row[field] else out[i] = row end
+  end
+  return out
+end
+
+-- One field of each journal entry.
+local function field_of(entries, field)
+  local out = {}
+  for i, e in ipairs(entries) do out[i] = e[field] end
+  return out
+end
+
+local function sh(command) assert(os.execute(command) == 0, command) end
+
+describe("storage", function()
+  before_each(function()
+    h.reset()
+    h.fresh_root()
+    use_disks(standard_disks())
+  end)
+
+  describe("disks and labels", function()
+    it("numbers mass-storage disks and names unlabelled ones USB_disc1, USB_disc2", function()
+      -- the record's label field holds 127 characters and its terminator
+      use_disks({ HUB, disk(4, "/mnt/a", "DATA"), disk(5, "/mnt/b"), disk(6, "/mnt/c", string.rep("L", 200)),
+        disk(7, "/mnt/d") })
+      assert.are.same({
+        storage1 = { label = "DATA", instno = "4", maxSize = 1000, usedSize = 400 },
+        storage2 = { label = "USB_disc1", instno = "5", maxSize = 1000, usedSize = 400 },
+        storage3 = { label = string.rep("L", 127), instno = "6", maxSize = 1000, usedSize = 400 },
+        storage4 = { label = "USB_disc2", instno = "7", maxSize = 1000, usedSize = 400 },
+        usbCount = 4 }, v:get("usbDevices"))
+      sim.fail("ZoVel_GetUSBDeviceObjs", -1)
+      assert.are.same({ usbCount = 0 }, v:get("usbDevices"))
+    end)
+
+    it("relabels the first disk whose instance number converts to the page's", function()
+      use_disks({ HUB, disk("02", "/mnt/a"), disk("2", "/mnt/b"), disk("x", "/mnt/c") })
+      assert.are.equal(0, v:set("usbModifyLabel", { instno = "2", newLabel = "Photos" }))
+      assert.are.same({ { op = "ZoVel_USBSetLabel", id = "/com/zom/igd1/Info/USBDevice/Inst/02", label = "Photos" } },
+        h.calls("ZoVel_USBSetLabel"))
+      assert.are.equal(0, v:set("usbModifyLabel", { instno = "abc", newLabel = string.rep("n", 150) }))
+      local r = v:get("usbDevices")
+      assert.are.same({ "Photos", "USB_disc1", string.rep("n", 127) }, names(r, "storage", "label"))
+      assert.are.equal(string.rep("n", 135), h.calls("ZoVel_USBSetLabel")[2].label)
+      assert.are.equal("Photos", v:get("allInfo").storage1.name)
+    end)
+
+    it("answers 1 without a match and the platform's code otherwise; reads newLabel only for a match", function()
+      assert.are.equal(1, v:set("usbModifyLabel", { instno = "9", newLabel = "x" }))
+      assert.are.equal(1, v:set("usbModifyLabel", { instno = "1", newLabel = "x" })) -- the hub is no disk
+      assert.are.equal(1, v:set("usbModifyLabel", { instno = "9" }))
+      assert.matches(h.field_error("nil"), h.set_error("usbModifyLabel", { instno = "2" }))
+      sim.fail("ZoVel_USBSetLabel", -7)
+      assert.are.equal(-7, v:set("usbModifyLabel", { instno = "2", newLabel = "x" }))
+      sim.fail("ZoVel_GetUSBDeviceObjs", -1)
+      assert.are.equal(1, v:set("usbModifyLabel", { instno = "2", newLabel = "x" }))
+      assert.are.equal(1, #h.calls("ZoVel_USBSetLabel"))
+    end)
+  end)
+
+  describe("the path rule", function()
+    local REFUSED = "3 destination path[%s] invalid, can't operate it."
+    local CASES = {
+      { "/mnt/usb1/docs", 3 },
+      { "/mnt/usb1", 4 },
+      { "/mnt/usb10", 1 }, -- accepted by usb1's prefix already; the platform lists usb10
+      { "/mnt/usb2/x", 0, REFUSED:format("/mnt/usb2/x") },
+      { "/mnt/usb1/docs/..", 0, REFUSED:format("/mnt/usb1/docs/..") },
+      { "/mnt/usb1/../usb10", 0, REFUSED:format("/mnt/usb1/../usb10") },
+      { "/mnt/usb1/docs/a..b", 0 }, -- a name with dots is no parent: accepted, no such folder
+      { "", 0 },
+    }
+    for _, case in ipairs(CASES) do
+      it("subFiles " .. case[1], function()
+        local r = v:get("subFiles", case[1])
+        assert.are.equal(case[2], r.fileNum)
+        assert.are.same(case[3] and { case[3] } or {}, h.log_texts())
+        local asked = #h.calls("ZoVel_NAS_GetFileNum") > 0
+        assert.are.equal(case[3] == nil and case[1] ~= "", asked)
+      end)
+    end
+
+    it("refuses everything when the device query fails, and an absent path silently", function()
+      sim.fail("ZoVel_GetUSBDeviceObjs", -1)
+      assert.are.same({ fileNum = 0 }, v:get("subFiles", "/mnt/usb1"))
+      assert.are.same({ "3 ZoVel_GetUSBDeviceObjs failed." }, h.log_texts())
+      sim.clear_faults()
+      sim.clear_logs()
+      assert.are.same({ folderNum = 0 }, v:get("getDiagFolders"))
+      assert.are.same({}, h.log_texts())
+    end)
+
+    it("a disk with an empty mount path accepts every path; the platform still keeps to the disks", function()
+      use_disks({ disk(3, ""), disk(2, "/mnt/usb1", "", { ["a.txt"] = "a" }) })
+      assert.are.same({ fileNum = 0, filePath = "/etc" }, v:get("subFiles", "/etc"))
+      assert.are.same({ "/etc" }, field_of(h.calls("ZoVel_NAS_GetFileNum"), "folder"))
+      assert.are.equal(1, v:get("subFiles", "/mnt/usb1").fileNum)
+    end)
+
+    it("a symbolic link on the disk that leads elsewhere touches nothing outside", function()
+      h.write_file("/outside/secret.txt", "secret")
+      v:get("subFiles", "/mnt/usb1") -- the disk's folder now exists
+      sh("ln -s '" .. h.file("/outside") .. "' '" .. h.file("/mnt/usb1/link") .. "'")
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1/link" }, v:get("subFiles", "/mnt/usb1/link"))
+      v:get("deleteFiles", "/mnt/usb1/link", "secret.txt/")
+      v:get("deleteFiles", "/mnt/usb1", "link/")
+      v:get("renameFile", "/mnt/usb1/docs/a.txt", "/mnt/usb1/link/a.txt")
+      v:get("renameFile", "/mnt/usb1/link/secret.txt", "/mnt/usb1/docs/stolen.txt")
+      v:get("newFolder", "/mnt/usb1/link/new")
+      v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb1/link|a.txt", "a.txt/")
+      v:get("copyMove", "copy|/mnt/usb1/link|/mnt/usb1/docs|secret.txt", "secret.txt/")
+      v:get("copyMove", "move|/mnt/usb1/link|/mnt/usb1/docs|x", "secret.txt/")
+      assert.are.equal("secret", h.read_file("/outside/secret.txt"))
+      assert.is_nil(h.read_file("/outside/a.txt"))
+      assert.is_nil(h.read_file("/mnt/usb1/docs/stolen.txt"))
+      assert.is_nil(h.read_file("/mnt/usb1/docs/secret.txt"))
+      assert.are.equal("alpha", h.read_file("/mnt/usb1/docs/a.txt"))
+      -- the link itself stays too
+      assert.are.equal("secret", h.read_file("/mnt/usb1/link/secret.txt"))
+      assert.are.equal(3, #h.calls("ZoVel_NAS_Copy") + #h.calls("ZoVel_NAS_Move"))
+    end)
+  end)
+
+  describe("listings", function()
+    it("lists folders first, then files, with sizes in KiB rounded down plus 1 and the time text", function()
+      v:get("subFiles", "/mnt/usb1")
+      sh("touch -d @1700000000 '" .. h.file("/mnt/usb1/empty.bin") .. "'")
+      sim.clear_journal()
+      local r = v:get("subFiles", "/mnt/usb1")
+      assert.are.same({ "docs", "empty.bin", "k1023.bin", "k1024.bin" }, names(r, "file", "name"))
+      assert.are.same({ true, false, false, false }, names(r, "file", "isFolder"))
+      assert.are.same({ 1, 1, 2 }, { r.file2.size, r.file3.size, r.file4.size })
+      assert.are.equal("2023-11-14 22:13:20", r.file2.time)
+      assert.are.same({ 4, "/mnt/usb1" }, { r.fileNum, r.filePath })
+      assert.are.same({ { op = "ZoVel_NAS_ListFolder", folder = "/mnt/usb1", first = 1, number = 4 } },
+        h.calls("ZoVel_NAS_ListFolder"))
+    end)
+
+    it("getDiagFolders lists only sub-folders, without a path", function()
+      assert.are.same({ folder1 = "sub", folderNum = 1 }, v:get("getDiagFolders", "/mnt/usb1/docs"))
+    end)
+
+    it("a failed count or listing gives no rows", function()
+      sim.fail("ZoVel_NAS_GetFileNum", -1, 1)
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1/docs" }, v:get("subFiles", "/mnt/usb1/docs"))
+      sim.fail("ZoVel_NAS_ListFolder", -1, 2)
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1/docs" }, v:get("subFiles", "/mnt/usb1/docs"))
+      assert.are.same({ folderNum = 0 }, v:get("getDiagFolders", "/mnt/usb1/docs"))
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1/nothing" }, v:get("subFiles", "/mnt/usb1/nothing"))
+    end)
+
+    it("fileLists shows every disk and opens the first, or the last whose number matches", function()
+      local r = v:get("fileLists")
+      assert.are.same({ "DATA", "USB_disc1", "2", "10", 2, "DATA", "2", "/mnt/usb1", 4 },
+        { r.storage1, r.storage2, r.instno1, r.instno2, r.usbCnt, r.usbLabel, r.usbLabelInst, r.filePath, r.fileNum })
+      assert.are.equal("docs", r.file1.name)
+      r = v:get("fileLists", "10")
+      assert.are.same({ "USB_disc1", "10", "/mnt/usb10", 1, "ten.txt" },
+        { r.usbLabel, r.usbLabelInst, r.filePath, r.fileNum, r.file1.name })
+      assert.are.equal("/mnt/usb1", v:get("fileLists", "99").filePath)
+      use_disks({ disk(2, "/mnt/usb1"), disk(0, "/mnt/z"), disk("00", "/mnt/zz") })
+      assert.are.equal("/mnt/zz", v:get("fileLists").filePath)
+      assert.are.equal("/mnt/zz", v:get("fileLists", "").filePath)
+      sim.fail("ZoVel_GetUSBDeviceObjs", -1)
+      assert.are.same({ fileNum = 0, usbCnt = 0 }, v:get("fileLists"))
+    end)
+
+    it("selectedUsb opens the first matching disk, and shows at most 63 characters of its path", function()
+      local long = "/mnt/" .. string.rep("m", 70)
+      use_disks({ disk(2, "/mnt/usb1", "", { ["a.txt"] = "a" }), disk(5, long, "", { ["b.txt"] = "b" }),
+        disk(5, "/mnt/usb5") })
+      assert.are.same({ "/mnt/usb1", 1 }, { v:get("selectedUsb", "2").filePath, v:get("selectedUsb", "2").fileNum })
+      local r = v:get("selectedUsb", "5")
+      assert.are.same({ long:sub(1, 63), 0 }, { r.filePath, r.fileNum })
+      assert.are.same({ fileNum = 0 }, v:get("selectedUsb", "9"))
+      assert.are.same({ fileNum = 0 }, v:get("selectedUsb"))
+    end)
+  end)
+
+  describe("file operations", function()
+    it("newFolder creates the folder and lists its parent, or only its sub-folders in folder mode", function()
+      local r = v:get("newFolder", "/mnt/usb1/docs/new")
+      assert.are.same({ "new", "sub", "a.txt", "b.txt" }, names(r, "file", "name"))
+      assert.are.same({ 4, "/mnt/usb1/docs" }, { r.fileNum, r.filePath })
+      assert.are.same({ folder1 = "new2", folder2 = "sub", folderNum = 2 }, (function()
+        sh("rmdir '" .. h.file("/mnt/usb1/docs/new") .. "'")
+        return v:get("newFolder", "/mnt/usb1/docs/new2", "1")
+      end)())
+      -- an existing folder is not made again: nothing listed
+      assert.are.same({ fileNum = 0 }, v:get("newFolder", "/mnt/usb1/docs/sub", "0"))
+      assert.are.same({ folderNum = 0 }, v:get("newFolder", "/mnt/usb2/x", "7"))
+    end)
+
+    it("deleteFiles removes names followed by '/' in order, and stops at the first failure", function()
+      local r = v:get("deleteFiles", "/mnt/usb1/docs", "a.txt/b.txt")
+      assert.are.same({ "sub", "b.txt" }, names(r, "file", "name"))
+      v:get("deleteFiles", "/mnt/usb1/docs", "b.txt")
+      assert.are.equal("bravo", h.read_file("/mnt/usb1/docs/b.txt"))
+      r = v:get("deleteFiles", "/mnt/usb1", "nothing/docs/")
+      assert.are.same({ 4, "docs" }, { r.fileNum, r.file1.name })
+      r = v:get("deleteFiles", "/mnt/usb1", "docs/empty.bin/")
+      assert.are.same({ "k1023.bin", "k1024.bin" }, names(r, "file", "name"))
+      assert.is_nil(h.read_file("/mnt/usb1/docs/sub/c.txt"))
+      assert.are.same({ fileNum = 0 }, v:get("deleteFiles", "/mnt/usb1", ""))
+      assert.are.same({ fileNum = 0 }, v:get("deleteFiles", "/mnt/usb2", "k1023.bin/"))
+      assert.are.same({ "/mnt/usb1/docs/a.txt", "/mnt/usb1/nothing", "/mnt/usb1/docs", "/mnt/usb1/empty.bin" },
+        field_of(h.calls("ZoVel_NAS_Remove"), "path"))
+    end)
+
+    it("renameFile checks only the new path and lists the old path's folder", function()
+      local r = v:get("renameFile", "/mnt/usb1/docs/a.txt", "/mnt/usb1/a-renamed.txt")
+      assert.are.same({ "sub", "b.txt" }, names(r, "file", "name"))
+      assert.are.equal("/mnt/usb1/docs", r.filePath)
+      assert.are.equal("alpha", h.read_file("/mnt/usb1/a-renamed.txt"))
+      -- never over an existing file
+      v:get("renameFile", "/mnt/usb1/docs/b.txt", "/mnt/usb1/a-renamed.txt")
+      assert.are.same({ "bravo", "alpha" }, { h.read_file("/mnt/usb1/docs/b.txt"), h.read_file("/mnt/usb1/a-renamed.txt") })
+      assert.are.same({ fileNum = 0 }, v:get("renameFile", "/mnt/usb1/docs/b.txt", "/elsewhere/b.txt"))
+      r = v:get("renameFile", "/elsewhere/x", "/mnt/usb1/x")
+      assert.are.same({ 0, "/elsewhere" }, { r.fileNum, r.filePath })
+      assert.are.same({ fileNum = 0 }, v:get("renameFile", "noslash", "/mnt/usb1/x"))
+      assert.are.equal(4, #h.calls("ZoVel_NAS_ReName"))
+    end)
+
+    it("a move renames into the destination and lists the source folder", function()
+      local slept = sim.seconds_slept()
+      local r = v:get("copyMove", "move|/mnt/usb1/docs|/mnt/usb10|x", "a.txt/sub/")
+      assert.are.same({ "/mnt/usb1/docs", 1, 0, 0, true, "b.txt" },
+        { r.filePath, r.fileNum, r.transId, r.percent, r.setRes, r.file1.name })
+      assert.are.same({ "alpha", "charlie" }, { h.read_file("/mnt/usb10/a.txt"), h.read_file("/mnt/usb10/sub/c.txt") })
+      assert.are.same({}, h.calls("ZoVel_NAS_GetCopyProgress"))
+      assert.are.equal(slept, sim.seconds_slept())
+    end)
+  end)
+
+  describe("copy and its progress", function()
+    local function big(n) return string.rep("z", n) end
+
+    it("a copy grows with the clock at the model's speed until 100, and copies the bytes", function()
+      use_disks({ disk(2, "/mnt/usb1", "", { ["in/"] = "", ["in/film.mp4"] = big(4000), ["out/"] = "" }) }, 1000)
+      local slept = sim.seconds_slept()
+      local r = v:get("copyMove", "copy|/mnt/usb1/in|/mnt/usb1/out|film.mp4", "film.mp4/")
+      assert.are.same({ filePath = "/mnt/usb1/in", fileNum = 0, transId = 1, percent = 25, setRes = true }, r)
+      assert.are.equal(1, sim.seconds_slept() - slept)
+      assert.are.same({ "5 max size file is film.mp4.", "5 max size file is film.mp4. trans id is 1.",
+        "5 Copy tranID is 1, percent is 25." }, h.log_texts())
+      local seen = {}
+      for i = 1, 4 do
+        seen[i] = v:get("copyProgress", "1").percent
+        sim.advance_clock(1)
+      end
+      assert.are.same({ 25, 50, 75, 100 }, seen)
+      assert.are.equal(big(4000), h.read_file("/mnt/usb1/out/film.mp4"))
+      assert.are.equal("5 Get copy progress with tranID is 1, percent is 100.", h.log_texts()[#h.log_texts()])
+    end)
+
+    it("reports the least advanced of several copies, starting from the largest file's", function()
+      use_disks({ disk(2, "/mnt/usb1", "", { ["a/"] = "", ["a/x"] = big(1000), ["a/big.iso"] = big(8000),
+        ["a/y"] = big(2000), ["b/"] = "" }) }, 1000)
+      local r = v:get("copyMove", "copy|/mnt/usb1/a|/mnt/usb1/b|big.iso", "x/big.iso/y/")
+      assert.are.same({ 2, 12 }, { r.transId, r.percent })
+      assert.are.equal(3, #h.calls("ZoVel_NAS_Copy"))
+      assert.are.same({ 2, 1, 3 }, field_of(h.calls("ZoVel_NAS_GetCopyProgress"), "transfer"))
+      use_disks({ disk(2, "/mnt/usb3", "", { ["a/"] = "", ["a/x"] = big(1000), ["a/big.iso"] = big(8000),
+        ["a/y"] = big(20000), ["b/"] = "" }) }, 1000)
+      r = v:get("copyMove", "copy|/mnt/usb3/a|/mnt/usb3/b|big.iso", "x/big.iso/y/")
+      assert.are.same({ 3, 5 }, { r.transId, r.percent })
+      -- without the largest file among the names the last copy is the starting candidate
+      r = v:get("copyMove", "copy|/mnt/usb3/a|/mnt/usb3/b|none", "x/")
+      assert.are.same({ 4, 100 }, { r.transId, r.percent })
+    end)
+
+    it("stops at the first name that fails, whose empty slot is then reported, and copies whole folders", function()
+      use_disks({ disk(2, "/mnt/usb1", "", { ["a/"] = "", ["a/f/"] = "", ["a/f/g.txt"] = "g", ["a/h"] = "h",
+        ["b/"] = "" }) })
+      local r = v:get("copyMove", "copy|/mnt/usb1/a|/mnt/usb1/b|f", "f/missing/h/")
+      -- the failed copy kept identifier 0, which no query answers: 0 stays below 100
+      assert.are.same({ 0, 0 }, { r.transId, r.percent })
+      assert.are.same({ 1, 0 }, field_of(h.calls("ZoVel_NAS_GetCopyProgress"), "transfer"))
+      assert.are.equal(100, v:get("copyProgress", "1").percent)
+      assert.are.equal("g", h.read_file("/mnt/usb1/b/f/g.txt"))
+      assert.is_nil(h.read_file("/mnt/usb1/b/h"))
+      assert.are.equal(2, #h.calls("ZoVel_NAS_Copy"))
+    end)
+
+    it("answers 200 for an unknown or failed transfer", function()
+      assert.are.same({ percent = 200 }, v:get("copyProgress", "99"))
+      assert.are.same({ "5 Get copy progress with tranID is 99, percent is 0." }, h.log_texts())
+      use_disks({ disk(2, "/mnt/src", "", { ["a"] = big(5000) }), disk(3, "/mnt/dst", "", {}) }, 1000)
+      local id = v:get("copyMove", "copy|/mnt/src|/mnt/dst|a", "a/").transId
+      assert.are.equal(20, v:get("copyProgress", tostring(id)).percent)
+      v:get("usbFormat", "3")
+      assert.are.same({ percent = 200 }, v:get("copyProgress", tostring(id)))
+      sim.fail("ZoVel_NAS_GetCopyProgress", -1)
+      assert.are.same({ percent = 200 }, v:get("copyProgress", "1"))
+    end)
+
+    it("missing arguments, a refused destination and odd requests", function()
+      local none = { fileNum = 0, transId = 0, percent = 0, setRes = false }
+      assert.are.same(none, v:get("copyMove", "copy|/mnt/usb1|/mnt/usb10|a"))
+      assert.are.same(none, v:get("copyMove", "", "a/"))
+      assert.are.same({ setRes = false }, v:get("copyMove", "copy|/mnt/usb1/docs|/tmp|a.txt", "a.txt/"))
+      assert.are.same({}, h.calls("ZoVel_NAS_Copy"))
+      -- an operation over 15 characters ends the split: no destination
+      assert.are.same({ setRes = false }, v:get("copyMove", "copycopycopycopy|/mnt/usb1|/mnt/usb10|x", "x/"))
+      sim.clear_logs()
+      local long = string.rep("n", 300)
+      v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb10|" .. long, "a.txt/")
+      assert.are.equal("5 max size file is " .. string.rep("n", 255) .. ".", h.log_texts()[1])
+      assert.are.equal("alpha", h.read_file("/mnt/usb10/a.txt"))
+    end)
+  end)
+
+  describe("format", function()
+    it("empties the disk and answers without a listing", function()
+      local r = v:get("usbFormat", "2")
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1" }, r)
+      assert.are.same({ "/com/zom/igd1/Info/USBDevice/Inst/2" }, field_of(h.calls("ZoVel_USBFormat"), "id"))
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1" }, v:get("subFiles", "/mnt/usb1"))
+      assert.are.equal(0, v:get("usbDevices").storage1.usedSize)
+      assert.are.equal(1, v:get("subFiles", "/mnt/usb10").fileNum)
+    end)
+
+    it("a failed format lists what is still there; no matching disk lists nothing", function()
+      sim.fail("ZoVel_USBFormat", -1)
+      local r = v:get("usbFormat", "2")
+      assert.are.same({ 4, "/mnt/usb1", "docs" }, { r.fileNum, r.filePath, r.file1.name })
+      assert.are.same({ fileNum = 0 }, v:get("usbFormat", "1"))
+      assert.are.same({ fileNum = 0 }, v:get("usbFormat"))
+      sim.fail("ZoVel_GetUSBDeviceObjs", -1)
+      assert.are.same({ fileNum = 0 }, v:get("usbFormat", "2"))
+      assert.are.equal(1, #h.calls("ZoVel_USBFormat"))
+    end)
+  end)
+end)

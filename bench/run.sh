@@ -1,31 +1,45 @@
 #!/bin/sh
-# Builds the hostsInfo benchmark and prints instructions and time per call for
-# hostsInfo (254 online hosts, warm rate file) and for the floor (the same result
-# table built through the Lua C API from memory), and their ratio, then the peak
-# stack of one hostsInfo call.
+# Builds the benchmarks and prints, for each, instructions and time against its
+# floor (the same result table built through the Lua C API from memory):
+#  - hostsInfo with 254 online hosts and a warm rate file, per call, and the peak
+#    stack of one call;
+#  - subFiles on a folder of 10 000 files, per call and per file.
 set -eu
 here=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$here/build-bench}
 cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" --target bench_hosts -j2 >/dev/null
-bin=$build/bench/bench_hosts
-calls=${CALLS:-200}
+cmake --build "$build" --target bench_hosts bench_files -j2 >/dev/null
 
+# instructions BINARY MODE CALLS: instructions per call, counted by callgrind.
 instructions() {
   out=$(mktemp)
-  valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out" "$bin" "$1" "$calls" 2>/dev/null
+  valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$out" "$1" "$2" "$3" 2>/dev/null
   total=$(sed -n 's/^summary: *//p; s/^totals: *//p' "$out" | head -n 1 | cut -d' ' -f1)
   rm -f "$out"
-  echo $((total / calls))
+  echo $((total / $3))
 }
 
-hosts=$(instructions hosts)
-floor=$(instructions floor)
-echo "instructions per call (callgrind, $calls calls):"
+calls=${CALLS:-200}
+bin=$build/bench/bench_hosts
+hosts=$(instructions "$bin" hosts "$calls")
+floor=$(instructions "$bin" floor "$calls")
+echo "hostsInfo, instructions per call (callgrind, $calls calls):"
 echo "  hostsInfo $hosts"
 echo "  floor     $floor"
 awk -v h="$hosts" -v f="$floor" 'BEGIN { printf "  ratio     %.2f\n", h / f }'
-echo "time per call (native, ${TIME_CALLS:-2000} calls):"
+echo "hostsInfo, time per call (native, ${TIME_CALLS:-2000} calls):"
 "$bin" time "${TIME_CALLS:-2000}" | sed 's/^/  /'
-echo "peak stack of one call (thread with a painted stack):"
+echo "hostsInfo, peak stack of one call (thread with a painted stack):"
 "$bin" stack | sed 's/^/  /'
+
+files=10000
+list_calls=${LIST_CALLS:-10}
+bin=$build/bench/bench_files
+list=$(instructions "$bin" list "$list_calls")
+floor=$(instructions "$bin" floor "$list_calls")
+echo "subFiles on $files files, instructions per file (callgrind, $list_calls calls):"
+echo "  subFiles  $((list / files))"
+echo "  floor     $((floor / files))"
+awk -v h="$list" -v f="$floor" 'BEGIN { printf "  ratio     %.2f\n", h / f }'
+echo "subFiles on $files files, time per file (native, ${LIST_TIME_CALLS:-50} calls):"
+"$bin" time "${LIST_TIME_CALLS:-50}" | sed 's/^/  /'

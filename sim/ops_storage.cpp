@@ -11,7 +11,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -173,18 +172,106 @@ bool read_entries(const std::string& folder, const std::string& disk_root, std::
                           static_cast<int64_t>(st.st_mtime)});
   }
   closedir(dir);
-  std::sort(out->begin(), out->end(), [](const Listed& a, const Listed& b) {
-    if (a.folder != b.folder) return a.folder;
-    return a.name < b.name;
+  // Ordered through indices: moving the entries themselves costs more than comparing.
+  std::vector<size_t> order(out->size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  const std::vector<Listed>& items = *out;
+  std::sort(order.begin(), order.end(), [&items](size_t a, size_t b) {
+    if (items[a].folder != items[b].folder) return items[a].folder;
+    return strcmp(items[a].name.c_str(), items[b].name.c_str()) < 0;
   });
+  std::vector<Listed> sorted;
+  sorted.reserve(out->size());
+  for (size_t i : order) sorted.push_back(std::move((*out)[i]));
+  out->swap(sorted);
   return true;
 }
 
+// The folder GetFileNum just read, kept for the ListFolder that follows it (the
+// page reads a folder with the two in a row), so a folder is read once per listing.
+// Any other storage operation forgets it, and a folder changed since is read again.
+struct LastRead {
+  std::string host;
+  struct stat folder;
+  std::vector<Listed> entries;
+  bool valid = false;
+};
+
+LastRead& last_read() {
+  static LastRead last;
+  return last;
+}
+
+void forget_last_read() {
+  LastRead& last = last_read();
+  last.valid = false;
+  last.entries.clear();
+}
+
+bool same_folder(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+         a.st_mtim.tv_nsec == b.st_mtim.tv_nsec && a.st_ctim.tv_sec == b.st_ctim.tv_sec &&
+         a.st_ctim.tv_nsec == b.st_ctim.tv_nsec;
+}
+
+// The entries of host folder, from the last read when it still stands. With keep
+// they stay for the next call instead (read them from last_read()).
+bool entries_of(const std::string& host, const std::string& disk_root, std::vector<Listed>* out, bool keep) {
+  LastRead& last = last_read();
+  struct stat now;
+  if (stat(host.c_str(), &now) != 0) return false;
+  if (last.valid && last.host == host && same_folder(last.folder, now)) {
+    out->swap(last.entries);
+    forget_last_read();
+  } else {
+    forget_last_read();
+    if (!read_entries(host, disk_root, out)) return false;
+  }
+  if (keep) {
+    last.host = host;
+    last.folder = now;
+    last.entries.swap(*out);
+    last.valid = true;
+  }
+  return true;
+}
+
+// "YYYY-MM-DD hh:mm:ss" in UTC. Written by hand: strftime would cost a listing of
+// many files more than everything else the simulator does for it.
 void time_text(int64_t t, char (&out)[24]) {
-  time_t when = static_cast<time_t>(t);
-  struct tm tm;
-  if (gmtime_r(&when, &tm) == nullptr || strftime(out, sizeof out, "%Y-%m-%d %H:%M:%S", &tm) == 0)
+  int64_t days = t >= 0 ? t / 86400 : (t - 86399) / 86400;
+  int64_t second = t - days * 86400;
+  // Civil date from days since 1970-01-01 (proleptic Gregorian calendar).
+  int64_t z = days + 719468;
+  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  int64_t doe = z - era * 146097;
+  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  int64_t mp = (5 * doy + 2) / 153;
+  int64_t day = doy - (153 * mp + 2) / 5 + 1;
+  int64_t month = mp < 10 ? mp + 3 : mp - 9;
+  int64_t year = yoe + era * 400 + (month <= 2 ? 1 : 0);
+  if (year < 0 || year > 9999) {
     out[0] = '\0';
+    return;
+  }
+  auto two = [](char* at, int64_t v) {
+    at[0] = static_cast<char>('0' + v / 10);
+    at[1] = static_cast<char>('0' + v % 10);
+  };
+  two(out, year / 100);
+  two(out + 2, year % 100);
+  out[4] = '-';
+  two(out + 5, month);
+  out[7] = '-';
+  two(out + 8, day);
+  out[10] = ' ';
+  two(out + 11, second / 3600);
+  out[13] = ':';
+  two(out + 14, second / 60 % 60);
+  out[16] = ':';
+  two(out + 17, second % 60);
+  out[19] = '\0';
 }
 
 // The gateway path of name inside folder.
@@ -222,6 +309,7 @@ extern "C" int32_t ZoVel_USBSetLabel(ZoVelUsbId id, const char* label, void*, vo
   json_t* args = json_pack("{s:o,s:o}", "id", velsim::shown_text(id.id, sizeof id.id), "label",
                            velsim::shown_text(label));
   return operation("ZoVel_USBSetLabel", args, [&] {
+    velsim::forget_last_read();
     json_t* usb = velsim::usb_with_identity(id);
     if (usb == nullptr) return velsim::kNoSuchObject;
     if (label == nullptr || !velsim::storable_text(label)) return velsim::kWrongType;
@@ -234,6 +322,7 @@ extern "C" int32_t ZoVel_USBSetLabel(ZoVelUsbId id, const char* label, void*, vo
 extern "C" int32_t ZoVel_USBFormat(ZoVelUsbId id, void*, void*) {
   json_t* args = json_pack("{s:o}", "id", velsim::shown_text(id.id, sizeof id.id));
   return operation("ZoVel_USBFormat", args, [&] {
+    velsim::forget_last_read();
     velsim::sync_transfers();
     json_t* usb = velsim::usb_with_identity(id);
     if (usb == nullptr || velsim::int_of(usb, "class") != velsim::kDiskClass) return velsim::kNoSuchObject;
@@ -263,16 +352,12 @@ extern "C" int32_t ZoVel_NAS_GetFileNum(const char* folder, uint32_t* count, int
   return operation("ZoVel_NAS_GetFileNum", json_pack("{s:s?}", "folder", folder), [&] {
     if (count == nullptr || status == nullptr) return kBadArgument;
     velsim::sync_transfers();
-    std::string host;
-    if (!velsim::on_disk(folder, &host)) return set_status(status, kOffDisk);
-    DIR* dir = opendir(host.c_str());
-    if (dir == nullptr) return set_status(status, kFileFailed);
-    uint32_t n = 0;
-    while (dirent* e = readdir(dir)) {
-      if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) ++n;
-    }
-    closedir(dir);
-    *count = n;
+    std::string host, disk_root;
+    velsim::forget_last_read();
+    if (!velsim::on_disk(folder, &host, &disk_root)) return set_status(status, kOffDisk);
+    std::vector<velsim::Listed> listed;
+    if (!velsim::entries_of(host, disk_root, &listed, true)) return set_status(status, kFileFailed);
+    *count = static_cast<uint32_t>(velsim::last_read().entries.size());
     return set_status(status, 0);
   });
 }
@@ -287,7 +372,7 @@ extern "C" int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint3
     std::string host, disk_root;
     if (!velsim::on_disk(folder, &host, &disk_root)) return set_status(status, kOffDisk);
     std::vector<velsim::Listed> listed;
-    if (!velsim::read_entries(host, disk_root, &listed)) return set_status(status, kFileFailed);
+    if (!velsim::entries_of(host, disk_root, &listed, false)) return set_status(status, kFileFailed);
     // Always as many records as asked for, so a folder that shrank since it was
     // counted never leaves the caller short.
     ZoVelFolderEntry* records =
@@ -308,6 +393,7 @@ extern "C" int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint3
 
 extern "C" int32_t ZoVel_NAS_CreateFolter(const char* path, int32_t* status, void*) {
   return operation("ZoVel_NAS_CreateFolter", json_pack("{s:s?}", "path", path), [&] {
+    velsim::forget_last_read();
     if (status == nullptr) return kBadArgument;
     velsim::sync_transfers();
     std::string host;
@@ -318,6 +404,7 @@ extern "C" int32_t ZoVel_NAS_CreateFolter(const char* path, int32_t* status, voi
 
 extern "C" int32_t ZoVel_NAS_Remove(const char* path, int32_t* status, void*) {
   return operation("ZoVel_NAS_Remove", json_pack("{s:s?}", "path", path), [&] {
+    velsim::forget_last_read();
     if (status == nullptr) return kBadArgument;
     velsim::sync_transfers();
     std::string host;
@@ -329,6 +416,7 @@ extern "C" int32_t ZoVel_NAS_Remove(const char* path, int32_t* status, void*) {
 extern "C" int32_t ZoVel_NAS_ReName(const char* old_path, const char* new_path, void*, void*) {
   json_t* args = json_pack("{s:s?,s:s?}", "old", old_path, "new", new_path);
   return operation("ZoVel_NAS_ReName", args, [&] {
+    velsim::forget_last_read();
     velsim::sync_transfers();
     std::string from, to;
     if (!velsim::entry_on_disk(old_path, &from) || !velsim::entry_on_disk(new_path, &to)) return kOffDisk;
@@ -343,6 +431,7 @@ extern "C" int32_t ZoVel_NAS_Copy(const char* source, const char* destination, i
                                   int32_t* status, void*) {
   json_t* args = json_pack("{s:s?,s:s?}", "source", source, "destination", destination);
   return operation("ZoVel_NAS_Copy", args, [&] {
+    velsim::forget_last_read();
     if (transfer == nullptr || status == nullptr || destination == nullptr) return kBadArgument;
     velsim::sync_transfers();
     std::string from, folder;
@@ -364,6 +453,7 @@ extern "C" int32_t ZoVel_NAS_Copy(const char* source, const char* destination, i
 extern "C" int32_t ZoVel_NAS_Move(const char* source, const char* destination, int32_t* status, void*) {
   json_t* args = json_pack("{s:s?,s:s?}", "source", source, "destination", destination);
   return operation("ZoVel_NAS_Move", args, [&] {
+    velsim::forget_last_read();
     if (status == nullptr || destination == nullptr) return kBadArgument;
     velsim::sync_transfers();
     std::string from, folder;
@@ -380,6 +470,7 @@ extern "C" int32_t ZoVel_NAS_Move(const char* source, const char* destination, i
 
 extern "C" int32_t ZoVel_NAS_GetCopyProgress(int32_t transfer, uint32_t* percent, void*, void*) {
   return operation("ZoVel_NAS_GetCopyProgress", json_pack("{s:i}", "transfer", transfer), [&] {
+    velsim::forget_last_read();
     if (percent == nullptr) return kBadArgument;
     velsim::sync_transfers();
     size_t i;

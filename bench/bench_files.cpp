@@ -132,7 +132,8 @@ int main(int argc, char** argv) {
   velsim::pin_clock(1700000000);
   std::string reason;
   const char* model =
-      "{\"usb\":[{\"id\":1,\"class\":8,\"mount_path\":\"/mnt/usb1\",\"label\":\"\"}],\"storage\":{\"copy_rate\":0}}";
+      "{\"usb\":[{\"id\":1,\"class\":8,\"mount_path\":\"/mnt/"
+      "usb1\",\"label\":\"\"}],\"storage\":{\"copy_rate\":0}}";
   if (!velsim::load_model_text(model, &reason)) {
     fprintf(stderr, "model: %s\n", reason.c_str());
     return 1;

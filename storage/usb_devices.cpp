@@ -33,12 +33,13 @@ void get_usb_devices(lua_State* L, const GetArgs&) {
   set_number(L, "usbCount", disks);
 }
 
-// 1 when no disk has the page's instance number; otherwise the platform's code.
+// 1 when no disk has the page's instance number or a field is not a clean text;
+// otherwise the platform's code.
 int32_t set_usb_modify_label(lua_State* L) {
   char buffer[kLabelRoom] = {};
   int32_t wanted = 0;
   if (lua_istable(L, -1)) {
-    read_field(L, "instno", buffer);
+    if (!read_field(L, "instno", buffer)) return kTextRefused;
     wanted = decimal_value(buffer);
   }
   UsbList devices;
@@ -47,7 +48,10 @@ int32_t set_usb_modify_label(lua_State* L) {
   for (const ZoVelUsbDevice& usb : devices) {
     if (!is_disk(usb) || !instance_matches(usb, wanted)) continue;
     // "newLabel" is read only now, so a missing one raises only for a matching disk.
-    read_field(L, "newLabel", buffer);
+    if (!read_field(L, "newLabel", buffer)) {
+      devices.release();
+      return kTextRefused;
+    }
     ZoVelUsbId id;
     memcpy(&id, &usb.identity, sizeof id);
     int32_t rc = ZoVel_USBSetLabel(id, buffer, nullptr, nullptr);

@@ -75,8 +75,9 @@ void write_sample(const std::string& host, json_t* content) {
 // folders ("name/") and files (text, or a size in bytes).
 void prepare_disk(json_t* usb) {
   std::string mount = mount_of(usb);
-  std::string folder = std::string(file_root()) + "/" + mount;
-  if (g_file_test(folder.c_str(), G_FILE_TEST_EXISTS)) return;
+  std::string folder;
+  // A mount path that would lead out of the file root makes nothing.
+  if (!confined_path(mount.c_str(), "/", &folder) || g_file_test(folder.c_str(), G_FILE_TEST_EXISTS)) return;
   g_mkdir_with_parents(folder.c_str(), 0755);
   json_t* files = json_object_get(usb, "files");
   std::vector<std::string> names;

@@ -156,6 +156,15 @@ describe("storage", function()
       assert.are.equal("secret", h.read_file("/mnt/usb1/link/secret.txt"))
       assert.are.equal(3, #h.calls("ZoVel_NAS_Copy") + #h.calls("ZoVel_NAS_Move"))
     end)
+
+    it("a disk whose mount path leads out of the file root is never made", function()
+      local escape = "/../" .. h.root:match("[^/]+$") .. "-escape"
+      use_disks({ disk(2, escape, "", { ["a.txt"] = "a" }) })
+      assert.are.same({ 0, escape }, { v:get("fileLists").fileNum, v:get("fileLists").filePath })
+      assert.are.same({ fileNum = 0, filePath = escape }, v:get("usbFormat", "2"))
+      assert.is_nil(io.open(h.root .. "-escape/a.txt"))
+      assert.is_nil(io.open(h.root .. "-escape"))
+    end)
   end)
 
   describe("listings", function()

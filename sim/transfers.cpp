@@ -19,10 +19,6 @@
 #include "sim/sim.h"
 
 namespace velsim {
-
-// The host path of a gateway path on a disk, confined to that disk (ops_storage.cpp).
-bool disk_host_path(const char* gateway_path, std::string* host);
-
 namespace {
 
 constexpr size_t kChunk = 64 * 1024;

@@ -15,6 +15,9 @@
 
 namespace velsim {
 
+// The host path of a gateway path on a disk, confined to that disk (ops_storage.cpp).
+bool disk_host_path(const char* gateway_path, std::string* host);
+
 // Brings the model's transfers up to date with the worker (see above). Main thread.
 void sync_transfers();
 

@@ -330,6 +330,47 @@ describe("storage", function()
       assert.are.equal(2, #h.calls("ZoVel_NAS_Copy"))
     end)
 
+    it("a copy the model records as unfinished resumes where it stopped, as the CLI's next run does", function()
+      local source = big(2500) .. string.rep("q", 1500)
+      use_disks({ disk(2, "/mnt/usb1", "", { ["in/"] = "", ["in/d/"] = "", ["in/d/a"] = big(2500),
+        ["in/d/b"] = string.rep("q", 1500), ["in/f"] = source, ["out/"] = "", ["out/d/"] = "" }) }, 1000)
+      v:get("subFiles", "/mnt/usb1")
+      -- what the earlier run had written (marked, to see that it is not copied again)
+      h.write_file("/mnt/usb1/out/f", string.rep("p", 1000))
+      h.write_file("/mnt/usb1/out/d/a", big(2500))
+      h.write_file("/mnt/usb1/out/d/b", string.rep("r", 500))
+      local started = (sim.now() - 1) * 1000
+      h.edit_model(function(m)
+        m.storage.transfers = {
+          { id = 7, source = "/mnt/usb1/in/f", target = "/mnt/usb1/out/f", total = 4000, copied = 1000,
+            state = "copying", started_ms = started, rate = 1000 },
+          { id = 8, source = "/mnt/usb1/in/d", target = "/mnt/usb1/out/d", total = 4000, copied = 3000,
+            state = "copying", started_ms = started - 2000, rate = 1000 } }
+      end)
+      assert.are.same({ 25, 75 }, { v:get("copyProgress", "7").percent, v:get("copyProgress", "8").percent })
+      sim.advance_clock(3)
+      assert.are.same({ 100, 100 }, { v:get("copyProgress", "7").percent, v:get("copyProgress", "8").percent })
+      assert.are.equal(string.rep("p", 1000) .. source:sub(1001), h.read_file("/mnt/usb1/out/f"))
+      assert.are.same({ big(2500), string.rep("r", 500) .. string.rep("q", 1000) }, { h.read_file("/mnt/usb1/out/d/a"),
+        h.read_file("/mnt/usb1/out/d/b") })
+      local saved = h.model().storage.transfers
+      assert.are.same({ "done", 4000, "done", 4000 }, { saved[1].state, saved[1].copied, saved[2].state, saved[2].copied })
+    end)
+
+    it("never copies a file onto itself or a folder into itself", function()
+      local r = v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb1/docs|a.txt", "a.txt/")
+      assert.are.same({ 0, 0 }, { r.transId, r.percent })
+      assert.are.equal("alpha", h.read_file("/mnt/usb1/docs/a.txt"))
+      v:get("copyMove", "copy|/mnt/usb1|/mnt/usb1/docs/sub|docs", "docs/")
+      v:get("copyMove", "move|/mnt/usb1|/mnt/usb1/docs/sub|docs", "docs/")
+      assert.is_nil(h.read_file("/mnt/usb1/docs/sub/docs/a.txt"))
+      assert.are.equal("charlie", h.read_file("/mnt/usb1/docs/sub/c.txt"))
+      -- a move never replaces what the destination has
+      h.write_file("/mnt/usb10/a.txt", "older")
+      v:get("copyMove", "move|/mnt/usb1/docs|/mnt/usb10|x", "a.txt/")
+      assert.are.same({ "older", "alpha" }, { h.read_file("/mnt/usb10/a.txt"), h.read_file("/mnt/usb1/docs/a.txt") })
+    end)
+
     it("answers 200 for an unknown or failed transfer", function()
       assert.are.same({ percent = 200 }, v:get("copyProgress", "99"))
       assert.are.same({ "5 Get copy progress with tranID is 99, percent is 0." }, h.log_texts())

@@ -62,8 +62,18 @@ char* new_buffer(size_t room) {
   return buffer.get();
 }
 
+void release_slots(int32_t* slots) { g_free(slots); }
+
+// The transfer identifier table, all 0, in the call scope (4 KiB: too much for the
+// small stacks of the web server's threads); null when memory runs out.
+int32_t* new_slots() {
+  Scoped<int32_t, release_slots> slots(
+      static_cast<int32_t*>(g_try_malloc0_n(kTransferSlots, sizeof(int32_t))));
+  return slots.get();
+}
+
 // The transfer reported for a copy: slot 0 unless a kept file's copy is less advanced.
-void report_copy(lua_State* L, int32_t (&slots)[kTransferSlots], int last_kept, const char* source) {
+void report_copy(lua_State* L, int32_t* slots, int last_kept, const char* source) {
   sleep_seconds(1);
   if (slots[0] == 0) slots[0] = slots[last_kept];
   int32_t primary = slots[0];
@@ -89,7 +99,6 @@ void report_copy(lua_State* L, int32_t (&slots)[kTransferSlots], int last_kept, 
 }  // namespace
 
 void get_copy_move(lua_State* L, const GetArgs& args) {
-  int32_t slots[kTransferSlots] = {};
   int32_t status = 1;
   lua_newtable(L);
   if (!given(args.a1) || !given(args.a2)) {
@@ -102,7 +111,8 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
   size_t room = strlen(args.a1) + 1;
   char* source = new_buffer(room);
   char* destination = new_buffer(room);
-  if (source == nullptr || destination == nullptr) {
+  int32_t* slots = new_slots();
+  if (source == nullptr || destination == nullptr || slots == nullptr) {
     set_bool(L, "setRes", false);
     return;
   }
@@ -153,6 +163,7 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
     set_number(L, "transId", 0);
     set_number(L, "percent", 0);
   }
+  call_scope::release(slots);
   call_scope::release(source);
   call_scope::release(destination);
   set_bool(L, "setRes", true);

@@ -148,8 +148,8 @@ struct Step {
 };
 
 // One step of job outside the lock: a folder made, a file opened or closed, or at
-// most budget bytes copied.
-Step copy_step(Job& job, size_t index, uint64_t offset, uint64_t budget) {
+// most budget bytes copied through buffer (kChunk bytes).
+Step copy_step(Job& job, size_t index, uint64_t offset, uint64_t budget, char* buffer) {
   const Piece& p = job.pieces[index];
   if (p.folder) {
     bool ok = mkdir(p.to.c_str(), 0755) == 0 || errno == EEXIST;
@@ -168,7 +168,6 @@ Step copy_step(Job& job, size_t index, uint64_t offset, uint64_t budget) {
     job.close_files();
     return Step{true, true, 0};
   }
-  static thread_local char buffer[kChunk];
   size_t want = static_cast<size_t>(std::min<uint64_t>({kChunk, p.size - offset, budget}));
   ssize_t got = read(job.in, buffer, want);
   // A file that shrank under the copy fails it.
@@ -189,6 +188,7 @@ Step copy_step(Job& job, size_t index, uint64_t offset, uint64_t budget) {
 
 void run_worker() {
   Worker& w = worker();
+  std::vector<char> buffer(kChunk);
   std::unique_lock<std::mutex> lock(w.m);
   size_t next = 0;
   for (;;) {
@@ -218,7 +218,7 @@ void run_worker() {
     uint64_t budget = allowed > job->copied ? allowed - job->copied : 0;
     job->busy = true;
     lock.unlock();
-    Step step = copy_step(*job, index, offset, budget);
+    Step step = copy_step(*job, index, offset, budget, buffer.data());
     lock.lock();
     job->busy = false;
     if (job->state == State::kCopying) {

@@ -35,6 +35,8 @@ constexpr int32_t kFileFailed = -5;
 constexpr int32_t kWrongType = -3;
 constexpr int32_t kNoSuchObject = -4;
 constexpr uint16_t kDiskClass = 8;
+// A sample file of the model is at most this big, whatever size it asks for.
+constexpr json_int_t kLargestSample = 64 * 1024 * 1024;
 
 std::string mount_of(json_t* usb) { return text_of(usb, "mount_path"); }
 
@@ -61,7 +63,7 @@ void write_sample(const std::string& host, json_t* content) {
     fwrite(json_string_value(content), 1, json_string_length(content), f);
   } else {
     static const char kPattern[] = "velconfig simulated disk sample data\n";
-    json_int_t left = number_of(content, 0);
+    json_int_t left = std::min<json_int_t>(number_of(content, 0), kLargestSample);
     for (; left > 0; left -= static_cast<json_int_t>(sizeof kPattern - 1)) {
       size_t n = left < static_cast<json_int_t>(sizeof kPattern - 1) ? static_cast<size_t>(left)
                                                                      : sizeof kPattern - 1;

@@ -64,7 +64,9 @@ const char* const kFieldNames[] = {"op",
                                    "config"};
 
 void setup() {
-  char root[] = "/tmp/velconfig-fuzz-XXXXXX";
+  const char* tmp = getenv("TMPDIR");
+  std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/velconfig-fuzz-XXXXXX";
+  char* root = pattern.data();
   if (mkdtemp(root) == nullptr) abort();
   velsim::set_file_root(root);
   velsim::pin_clock(1700000000);

@@ -14,7 +14,9 @@ namespace {
 std::string rate_path;
 
 void setup() {
-  char root[] = "/tmp/velconfig-fuzz-XXXXXX";
+  const char* tmp = getenv("TMPDIR");
+  std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/velconfig-fuzz-XXXXXX";
+  char* root = pattern.data();
   if (mkdtemp(root) == nullptr) abort();
   velsim::set_file_root(root);
   char path[512];

@@ -18,12 +18,16 @@ for t in $targets; do
   mkdir -p "$corpus" "$artifacts"
   [ -d "fuzz/seeds/$t" ] && cp -n fuzz/seeds/"$t"/* "$corpus"/ 2>/dev/null || true
   log="$build/$t.log"
+  # The targets' simulated file roots live here and go when the target is done.
+  export TMPDIR="$PWD/$build/tmp/$t"
+  rm -rf "$TMPDIR" && mkdir -p "$TMPDIR"
   set +e
   ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 -rss_limit_mb=4096 \
     -artifact_prefix="$artifacts/" "$corpus" > "$log" 2>&1
   status=$?
   set -e
+  rm -rf "$TMPDIR"
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -1)
   execs=${execs:-0}
   crashes=$(find "$artifacts" -type f | wc -l)

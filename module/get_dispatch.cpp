@@ -2,6 +2,7 @@
 // key whose feature is not built yet: get answers it with nil, as an unknown key.
 #include <string.h>
 
+#include "apps/apps.h"
 #include "interconnect/interconnect.h"
 #include "module/dispatch.h"
 #include "module/small_queries.h"
@@ -52,8 +53,8 @@ const GetKey kGetKeys[] = {
     {"usbFormat", get_usb_format},
     {"checkLoid", get_check_loid},
     {"regProcess", get_reg_process},
-    {"getMallUrl", nullptr},
-    {"getAppParas", nullptr},
+    {"getMallUrl", get_mall_url},
+    {"getAppParas", get_app_paras},
     {"wifiSsid", nullptr},
 };
 static_assert(sizeof kGetKeys / sizeof kGetKeys[0] == 37, "get knows 37 keys");

@@ -1,5 +1,6 @@
 // The write keys in comparison order; the first equal key wins. A null handler is a
 // key whose feature is not built yet: set answers it with 1, as an unknown key.
+#include "apps/apps.h"
 #include "interconnect/interconnect.h"
 #include "module/dispatch.h"
 #include "network/network.h"
@@ -34,7 +35,7 @@ const SetKey kSetKeys[] = {
     {"setloid", set_loid},
     {"registerloid", set_register_loid},
     {"usbModifyLabel", set_usb_modify_label},
-    {"setAppParas", nullptr},
+    {"setAppParas", set_app_paras},
     {"logInfo", log_login_event},
 };
 static_assert(sizeof kSetKeys / sizeof kSetKeys[0] == 25, "set knows 25 keys");

@@ -33,4 +33,8 @@ char* const* command_environment();
 // False when it does not fit into cap characters.
 bool cloud_client_host(const char* lan_ipv4, char* out, size_t cap);
 
+// How long the app market request waits for the cloud client's reply once it is
+// sent, in milliseconds: 20000 on the gateway; the simulator's tests shorten it.
+int app_market_timeout_ms();
+
 }  // namespace velconfig

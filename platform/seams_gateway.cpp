@@ -38,4 +38,6 @@ char* const* command_environment() { return environ; }
 
 bool cloud_client_host(const char* lan_ipv4, char* out, size_t cap) { return copy_whole(lan_ipv4, out, cap); }
 
+int app_market_timeout_ms() { return 20000; }
+
 }  // namespace velconfig

@@ -24,6 +24,8 @@ bool gateway_file_path(const char* path, char* out, size_t cap) {
   char* folder = g_path_get_dirname(out);
   if (!g_file_test(folder, G_FILE_TEST_IS_DIR)) g_mkdir_with_parents(folder, 0700);
   g_free(folder);
+  // Files the model describes (the applications' /etc/config files) appear when missing.
+  velconfig_sim_provide_file(path, out);
   return true;
 }
 
@@ -44,5 +46,7 @@ bool cloud_client_host(const char*, char* out, size_t cap) {
   int n = snprintf(out, cap, "%s", "127.0.0.1");
   return n >= 0 && static_cast<size_t>(n) < cap;
 }
+
+int app_market_timeout_ms() { return velconfig_sim_app_market_timeout_ms(); }
 
 }  // namespace velconfig

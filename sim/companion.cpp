@@ -1,12 +1,14 @@
 // velconfig_simctl: the test and tool companion of the simulator (never on a gateway).
 // Lets a Lua script load and read the model, read the journal and the log lines,
 // inject faults and pin the clock.
+#include <dirent.h>
 #include <stdio.h>
 
 #include <lua.hpp>
 #include <string>
 
 #include "platform/zovel.h"
+#include "sim/cloud.h"
 #include "sim/files.h"
 #include "sim/sim.h"
 
@@ -73,6 +75,7 @@ int l_reset(lua_State* L) {
   velsim::clear_logs();
   velsim::clear_faults();
   velsim::unpin_clock();
+  velsim::reset_cloud();
   velsim::set_history_limit(velsim::kDefaultHistoryLimit);
   if (message[0] != '\0') return fail_with(L, message);
   return 0;
@@ -317,6 +320,90 @@ int l_argument_error(lua_State* L) {
   return 1;
 }
 
+// cloud_reply(text [, {raw = bool, pieces = n, pause_ms = ms}]): the cloud client
+// answers every request with text framed by its length (raw: text is the whole
+// frame), written in pieces.
+int l_cloud_reply(lua_State* L) {
+  size_t length = 0;
+  const char* text = luaL_checklstring(L, 1, &length);
+  bool raw = false;
+  int pieces = 1;
+  int pause_ms = 0;
+  if (lua_istable(L, 2)) {
+    lua_getfield(L, 2, "raw");
+    raw = lua_toboolean(L, -1) != 0;
+    lua_getfield(L, 2, "pieces");
+    pieces = static_cast<int>(luaL_optinteger(L, -1, 1));
+    lua_getfield(L, 2, "pause_ms");
+    pause_ms = static_cast<int>(luaL_optinteger(L, -1, 0));
+    lua_pop(L, 3);
+  }
+  {
+    std::string bytes(text, length);
+    if (!raw) {
+      std::string header = {static_cast<char>(length >> 24), static_cast<char>(length >> 16),
+                            static_cast<char>(length >> 8), static_cast<char>(length)};
+      bytes = header + bytes;
+    }
+    velsim::cloud_reply(bytes, pieces, pause_ms);
+  }
+  return 0;
+}
+
+int l_cloud_silent(lua_State*) {
+  velsim::cloud_silent();
+  return 0;
+}
+
+int l_cloud_refuse(lua_State*) {
+  velsim::cloud_refuse();
+  return 0;
+}
+
+int l_cloud_from_model(lua_State*) {
+  velsim::cloud_from_model();
+  return 0;
+}
+
+// cloud_requests([n [, wait_ms]]): {request = bytes, closed = bool} for every
+// connection the cloud client has served, once n are complete (or wait_ms, default
+// 2000, has passed).
+int l_cloud_requests(lua_State* L) {
+  size_t n = static_cast<size_t>(luaL_optinteger(L, 1, 0));
+  int wait_ms = static_cast<int>(luaL_optinteger(L, 2, 2000));
+  // Kept outside this frame, so that a Lua error while pushing skips no destructor.
+  static std::vector<velsim::CloudExchange> served;
+  served = velsim::cloud_exchanges(n, wait_ms);
+  lua_createtable(L, static_cast<int>(served.size()), 0);
+  for (size_t i = 0; i < served.size(); ++i) {
+    lua_createtable(L, 0, 2);
+    lua_pushlstring(L, served[i].request.data(), served[i].request.size());
+    lua_setfield(L, -2, "request");
+    lua_pushboolean(L, served[i].closed_by_client ? 1 : 0);
+    lua_setfield(L, -2, "closed");
+    lua_rawseti(L, -2, static_cast<int>(i + 1));
+  }
+  return 1;
+}
+
+int l_set_app_market_timeout(lua_State* L) {
+  velsim::set_app_market_timeout(static_cast<int>(luaL_checkinteger(L, 1)));
+  return 0;
+}
+
+// Descriptors open in this process, to show that a call leaves none behind.
+int l_open_descriptors(lua_State* L) {
+  int count = 0;
+  DIR* d = opendir("/proc/self/fd");
+  if (d != nullptr) {
+    while (readdir(d) != nullptr) ++count;
+    closedir(d);
+    count -= 3;  // ".", ".." and the directory's own descriptor
+  }
+  lua_pushnumber(L, count);
+  return 1;
+}
+
 const luaL_Reg kFunctions[] = {
     {"reset", l_reset},
     {"load_model", l_load_model},
@@ -347,6 +434,13 @@ const luaL_Reg kFunctions[] = {
     {"plugin_reply", l_plugin_reply},
     {"plugin_post", l_plugin_post},
     {"argument_error", l_argument_error},
+    {"cloud_reply", l_cloud_reply},
+    {"cloud_silent", l_cloud_silent},
+    {"cloud_refuse", l_cloud_refuse},
+    {"cloud_from_model", l_cloud_from_model},
+    {"cloud_requests", l_cloud_requests},
+    {"set_app_market_timeout", l_set_app_market_timeout},
+    {"open_descriptors", l_open_descriptors},
     {nullptr, nullptr},
 };
 

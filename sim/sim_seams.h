@@ -20,6 +20,11 @@ const char* velconfig_sim_tools_dir(void);
 // This process's environment with VELCONFIG_ROOT set to the file root and the tools
 // directory first on PATH. Valid until the next call from the same thread.
 char* const* velconfig_sim_command_environment(void);
+// Writes the gateway file at gateway_path to host_path from the model when the model
+// describes it and it is missing (the applications' /etc/config files).
+void velconfig_sim_provide_file(const char* gateway_path, const char* host_path);
+// The app market request's reply time-out in milliseconds (20000 unless tests shorten it).
+int velconfig_sim_app_market_timeout_ms(void);
 
 #ifdef __cplusplus
 }

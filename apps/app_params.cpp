@@ -1,0 +1,242 @@
+// "getAppParas" and "setAppParas": application parameters in uci files under
+// /etc/config. The read takes the file line by line; the write goes through the uci
+// tool, run by argument vector, working from a backup copy it removes again.
+#include <errno.h>
+#include <fcntl.h>
+#include <glib.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "apps/apps.h"
+#include "common/result.h"
+#include "platform/holders.h"
+#include "platform/plugin.h"
+#include "platform/process.h"
+#include "platform/seams.h"
+#include "platform/text.h"
+
+namespace velconfig {
+namespace {
+
+// Formatting limits (snprintf sizes) and read sizes of the two directions.
+constexpr size_t kReadPathLimit = 63;
+constexpr size_t kReadLineRoom = 128;
+constexpr size_t kWritePathLimit = 127;
+constexpr size_t kWriteLineRoom = 160;
+constexpr size_t kMemberLimit = 160;
+constexpr size_t kCommandLimit = 300;
+// "uci set %s.%s=%s" within the command's limit: what is left after "uci set ".
+constexpr size_t kSetArgumentLimit = kCommandLimit - (sizeof "uci set " - 1);
+constexpr size_t kCommitArgumentLimit = kCommandLimit - (sizeof "uci commit " - 1);
+constexpr size_t kWordRoom = 64;  // "%63s"
+constexpr size_t kNameRoom = 64;
+constexpr size_t kValueRoom = 64;
+constexpr size_t kHostPathRoom = 4096;
+// A third word of this many characters or fewer is no section name and no value.
+constexpr size_t kShortestCounted = 2;
+constexpr int kUciTimeoutMs = 10000;
+
+constexpr int32_t kNotJson = 1;
+
+void close_file(FILE* f) { fclose(f); }
+using ScopedFile = Scoped<FILE, close_file>;
+
+// The backup's path; releasing it removes the file, so no path leaves it behind.
+void remove_backup(char* host_path) {
+  unlink(host_path);
+  g_free(host_path);
+}
+using ScopedBackup = Scoped<char, remove_backup>;
+
+// The first three blank-separated words of a line, as "%63s %63s %63s" takes them:
+// a longer word is split and its rest is the next word.
+struct Words {
+  char first[kWordRoom];
+  char second[kWordRoom];
+  char third[kWordRoom];
+};
+
+void split_line(const char* line, Words* w) {
+  memset(w, 0, sizeof *w);
+  sscanf(line, "%63s %63s %63s", w->first, w->second, w->third);
+}
+
+bool counted(const char* word) { return strlen(word) > kShortestCounted; }
+
+bool is_option_line(const Words& w) {
+  return strcmp(w.first, "option") == 0 && w.second[0] != '\0' && counted(w.third);
+}
+
+// A name that stands for one file directly inside /etc/config. Anything else (blank,
+// ".", "..", a "/", a leading "-" or a control character) could reach another file or
+// read as an option to a command, so it is never used.
+bool plain_file_name(const char* name) {
+  bool blank = true;
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(name); *p != 0; ++p) {
+    if (*p < 0x20 || *p == 0x7f || *p == '/') return false;
+    if (*p != ' ') blank = false;
+  }
+  return !blank && name[0] != '-' && strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
+}
+
+// Opens the gateway file at path (formed within limit) for reading; empty when the
+// name is not plain, the path does not fit or the file cannot be opened.
+ScopedFile open_config(const char* name, const char* format, size_t limit, char* host, size_t host_cap) {
+  if (name == nullptr || !plain_file_name(name)) return ScopedFile();
+  char path[kWritePathLimit + 1] = {};
+  snprintf(path, limit, format, name);
+  if (!gateway_file_path(path, host, host_cap)) return ScopedFile();
+  return ScopedFile(fopen(host, "re"));
+}
+
+// Copies from into a new file to, byte for byte. False when either side fails.
+bool copy_file(const char* from, const char* to) {
+  int in = open(from, O_RDONLY | O_CLOEXEC);
+  if (in < 0) return false;
+  call_scope::keep_descriptor(in);
+  int out = open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+  bool ok = out >= 0;
+  if (ok) call_scope::keep_descriptor(out);
+  char buf[4096];
+  while (ok) {
+    ssize_t n = read(in, buf, sizeof buf);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      ok = n == 0;
+      break;
+    }
+    for (ssize_t done = 0; ok && done < n;) {
+      ssize_t w = write(out, buf + done, static_cast<size_t>(n - done));
+      if (w < 0 && errno == EINTR) continue;
+      ok = w > 0;
+      if (ok) done += w;
+    }
+  }
+  if (out >= 0) call_scope::release_descriptor(out);
+  call_scope::release_descriptor(in);
+  return ok;
+}
+
+// "uci set <file>.<section>.<option>=<value>"; its exit status is not examined.
+void uci_set(const char* name, const char* member, const char* value) {
+  char argument[kSetArgumentLimit] = {};
+  snprintf(argument, sizeof argument, "%s.%s=%s", name, member, value);
+  const char* const argv[] = {"uci", "set", argument, nullptr};
+  run_command(argv, kUciTimeoutMs);
+}
+
+void uci_commit(const char* name) {
+  char argument[kCommitArgumentLimit] = {};
+  snprintf(argument, sizeof argument, "%s", name);
+  const char* const argv[] = {"uci", "commit", argument, nullptr};
+  run_command(argv, kUciTimeoutMs);
+}
+
+// Runs "uci set" for every qualifying option of the backup that the request names.
+// The outcome of the last lookup made (0 found, -1 not), 0 when none qualified.
+int32_t apply_options(FILE* backup, json_t* request, const char* name, bool* changed) {
+  int32_t result = 0;
+  char section[kWordRoom] = {};
+  char line[kWriteLineRoom];
+  while (fgets(line, sizeof line, backup) != nullptr) {
+    Words w;
+    split_line(line, &w);
+    if (strcmp(w.first, "config") == 0) {
+      // The write wants the bare name: the quotes around it are dropped.
+      memset(section, 0, sizeof section);
+      size_t n = strlen(w.third);
+      if (n > kShortestCounted) copy_text(section, std::string_view(w.third + 1, n - 2));
+    } else if (section[0] != '\0' && is_option_line(w)) {
+      char member[kMemberLimit] = {};
+      snprintf(member, sizeof member, "%s.%s", section, w.second);
+      char value[kValueRoom] = {};
+      result = read_json_text(request, member, value);
+      if (result == 0) {
+        uci_set(name, member, value);
+        *changed = true;
+      }
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+void get_app_paras(lua_State* L, const GetArgs& args) {
+  lua_newtable(L);
+  bool stored = false;
+  char host[kHostPathRoom];
+  ScopedFile file = open_config(args.a1, "/etc/config/%s", kReadPathLimit, host, sizeof host);
+  if (file) {
+    char section[kWordRoom] = {};
+    bool open = false;  // a section table (under its name) sits on the stack
+    char line[kReadLineRoom];
+    while (fgets(line, sizeof line, file.get()) != nullptr) {
+      Words w;
+      split_line(line, &w);
+      if (strcmp(w.first, "config") == 0) {
+        // The read keeps the name as the file writes it, quotes and all.
+        copy_text(section, counted(w.third) ? w.third : "");
+        if (open) lua_settable(L, -3);
+        open = false;
+      } else if (section[0] != '\0' && is_option_line(w)) {
+        if (!open) {
+          lua_pushstring(L, section);
+          lua_newtable(L);
+          open = true;
+        }
+        set_text(L, w.second, w.third);
+        stored = true;
+      }
+    }
+    if (open) lua_settable(L, -3);
+    file.release();
+  }
+  set_number(L, "ret", stored ? 1 : 0);
+}
+
+// 1: not JSON or no string "config"; 0: a name that is empty or not plain, a missing
+// file or an unreadable backup; otherwise the last option lookup's outcome.
+int32_t set_app_paras(lua_State* L) {
+  size_t length = 0;
+  const char* text = lua_isstring(L, -1) ? lua_tolstring(L, -1, &length) : nullptr;
+  if (text == nullptr) return kNotJson;
+  ScopedJson request(json_loadb(text, length, 0, nullptr));
+  char name[kNameRoom] = {};
+  if (read_json_text(request.get(), "config", name) != 0) {
+    request.release();
+    return kNotJson;
+  }
+  char path[kWritePathLimit] = {};
+  char backup_path[kWritePathLimit] = {};
+  snprintf(path, sizeof path, "/etc/config/%s", name);
+  snprintf(backup_path, sizeof backup_path, "/etc/config/%s.bak", name);
+  char host[kHostPathRoom];
+  char host_backup[kHostPathRoom];
+  if (!plain_file_name(name) || !gateway_file_path(path, host, sizeof host) ||
+      !gateway_file_path(backup_path, host_backup, sizeof host_backup) ||
+      !g_file_test(host, G_FILE_TEST_EXISTS)) {
+    request.release();
+    return 0;
+  }
+
+  ScopedBackup backup(g_strdup(host_backup));
+  // A copy that fails leaves no backup to read: nothing is changed.
+  ScopedFile copy;
+  if (copy_file(host, host_backup)) copy.adopt(fopen(host_backup, "re"));
+  if (!copy) {
+    backup.release();
+    request.release();
+    return 0;
+  }
+  bool changed = false;
+  int32_t result = apply_options(copy.get(), request.get(), name, &changed);
+  copy.release();
+  backup.release();
+  if (changed) uci_commit(name);
+  request.release();
+  return result;
+}
+
+}  // namespace velconfig

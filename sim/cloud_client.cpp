@@ -146,34 +146,30 @@ bool closed_by_client(int fd) {
   }
 }
 
-void serve_one(int fd) {
+// Answers one connection as the script says at the time the request is complete.
+void answer(int fd, CloudExchange* exchange) {
   Peer& p = peer();
   int one = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-  CloudExchange exchange;
-  exchange.request = read_request(fd);
+  exchange->request = read_request(fd);
   std::string reply;
   int pieces = 1;
   int pause_ms = 0;
   {
     std::lock_guard<std::mutex> guard(p.lock);
     if (p.mode == Mode::kScripted) reply = p.scripted;
-    if (p.mode == Mode::kModel || p.mode == Mode::kRefuse)
-      reply = model_reply(exchange.request, p.model_members);
+    if (p.mode == Mode::kModel || p.mode == Mode::kRefuse) {
+      reply = model_reply(exchange->request, p.model_members);
+    }
     pieces = p.pieces;
     pause_ms = p.pause_ms;
   }
   send_pieces(fd, reply, pieces, pause_ms);
-  exchange.closed_by_client = closed_by_client(fd);
-  {
-    std::lock_guard<std::mutex> guard(p.lock);
-    p.exchanges.push_back(exchange);
-    p.busy = false;
-  }
-  p.progress.notify_all();
+  exchange->closed_by_client = closed_by_client(fd);
 }
 
 void serve(int listener) {
+  Peer& p = peer();
   for (;;) {
     int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
@@ -181,16 +177,27 @@ void serve(int listener) {
       continue;
     }
     {
-      std::lock_guard<std::mutex> guard(peer().lock);
-      peer().busy = true;
+      std::lock_guard<std::mutex> guard(p.lock);
+      p.busy = true;
     }
+    CloudExchange exchange;
     try {
-      serve_one(fd);
+      answer(fd, &exchange);
     } catch (...) {
-      std::lock_guard<std::mutex> guard(peer().lock);
-      peer().busy = false;
+      // Out of memory: the connection is dropped, as a daemon in trouble would.
     }
+    // Closed before the exchange is reported, so a test that waited for it sees every
+    // descriptor of the connection gone.
     close(fd);
+    {
+      std::lock_guard<std::mutex> guard(p.lock);
+      try {
+        p.exchanges.push_back(exchange);
+      } catch (...) {
+      }
+      p.busy = false;
+    }
+    p.progress.notify_all();
   }
 }
 

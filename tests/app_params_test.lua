@@ -1,0 +1,170 @@
+-- Application parameters: /etc/config files read as tables, and changed through uci
+-- from a JSON text, working from a backup copy that is removed again.
+local h = require "helpers"
+local v = h.velconfig
+local sim = h.sim
+
+-- A folder holding one program called uci: records each call's arguments (each
+-- followed by "|") and the backups in /etc/config at that moment, then exits with status.
+local function fake_uci(status)
+  local dir = os.tmpname()
+  os.remove(dir)
+  os.execute("mkdir -p " .. dir)
+  local f = assert(io.open(dir .. "/uci", "w"))
+  f:write('#!/bin/sh\nlog="$VELCONFIG_ROOT/uci-calls"\nfor a in "$@"; do printf "%s|" "$a" >>"$log"; done\n',
+    'printf " backups:%s\\n" "$(cd "$VELCONFIG_ROOT/etc/config" && ls *.bak 2>/dev/null)" >>"$log"\nexit ',
+    status, "\n")
+  f:close()
+  os.execute("chmod +x " .. dir .. "/uci")
+  return dir
+end
+local working_uci, failing_uci = fake_uci(0), fake_uci(1)
+
+local function uci_calls()
+  local text = h.read_file("/uci-calls") or ""
+  local calls = {}
+  for line in text:gmatch("[^\n]+") do calls[#calls + 1] = line end
+  return calls
+end
+
+local FILE = table.concat({
+  "config app 'main'",
+  "\toption enabled '1'",
+  "\toption mode 'auto'",
+  "config empty 'between'",
+  "config app",
+  "\toption hidden '1'",
+  "config rule ''",
+  "\toption hidden '2'",
+  "config rule 'r1'",
+  "\tlist mac 'AA'",
+  "\t# option commented '1'",
+  "\toption blank ''",
+  "\toption note 'x'",
+  "",
+}, "\n")
+
+local function config(name, text)
+  h.write_file("/etc/config/" .. name, text or FILE)
+end
+
+local function paras(json)
+  os.remove(h.file("/uci-calls"))
+  return v:set("setAppParas", json)
+end
+
+describe("getAppParas", function()
+  before_each(function() h.reset() end)
+
+  it("reads a default application's file, which the simulator provides", function()
+    os.remove(h.file("/etc/config/familycare"))
+    assert.are.same({ ret = 1,
+      ["'main'"] = { enabled = "'1'", version = "'2.4.1'", report_interval = "'300'" },
+      ["'night'"] = { enabled = "'0'", start = "'22:30'", stop = "'07:00'" } }, v:get("getAppParas", "familycare"))
+    assert.are.same({ ret = 1, ["'main'"] = { enabled = "'1'", server = "'auto'", schedule = "'03:00'" } },
+      v:get("getAppParas", "speedtest"))
+  end)
+
+  it("keeps quotes and skips unnamed sections, short values and other lines", function()
+    config("demo")
+    assert.are.same({ ret = 1, ["'main'"] = { enabled = "'1'", mode = "'auto'" }, ["'r1'"] = { note = "'x'" } },
+      v:get("getAppParas", "demo"))
+  end)
+
+  it("splits words at 63 characters and lines at 127", function()
+    local long = string.rep("v", 100)
+    config("words", "config app 'main'\n\toption key '" .. long .. "'\n\toption " .. string.rep("n", 40) ..
+      " '" .. string.rep("w", 120) .. "'\noption " .. string.rep("k", 70) .. " 'tail'\n")
+    assert.are.same({ ret = 1, ["'main'"] = { key = "'" .. long:sub(1, 62),
+      [string.rep("n", 40)] = "'" .. string.rep("w", 62), [string.rep("k", 63)] = string.rep("k", 7) } },
+      v:get("getAppParas", "words"))
+  end)
+
+  it("answers only ret 0 for no name, a missing file, a cut path or a name that leaves the folder", function()
+    h.write_file("/etc/secret", FILE)
+    config("-x")
+    config("  ")
+    config(string.rep("a", 50))
+    config(string.rep("b", 51))
+    assert.are.equal(1, v:get("getAppParas", string.rep("a", 50)).ret)
+    for _, name in ipairs({ "", "nothere", string.rep("b", 51), "../secret", "/etc/secret", "-x", "  ", "." }) do
+      assert.are.same({ ret = 0 }, v:get("getAppParas", name))
+    end
+    assert.are.same({ ret = 0 }, v:get("getAppParas"))
+  end)
+end)
+
+describe("setAppParas", function()
+  before_each(function()
+    h.reset()
+    sim.set_tools_dir(working_uci)
+    config("demo")
+  end)
+  after_each(function() sim.set_tools_dir(os.getenv("VELCONFIG_TOOLS_DIR") or "") end)
+
+  it("sets each named option with the backup in place, commits once, and removes the backup", function()
+    assert.are.equal(0, paras('{"config":"demo","main.mode":"manual","r1.note":"n; rm -rf / #","main.enabled":"0"}'))
+    assert.are.same({ "set|demo.main.enabled=0| backups:demo.bak", "set|demo.main.mode=manual| backups:demo.bak",
+      "set|demo.r1.note=n; rm -rf / #| backups:demo.bak", "commit|demo| backups:" }, uci_calls())
+    assert.are.equal(FILE, h.read_file("/etc/config/demo"))
+  end)
+
+  it("answers the outcome of the last lookup", function()
+    assert.are.equal(-1, paras('{"config":"demo","main.enabled":"0"}'))
+    assert.are.same({ "set|demo.main.enabled=0| backups:demo.bak", "commit|demo| backups:" }, uci_calls())
+    -- unnamed sections are skipped, and a member that is not text does not count
+    assert.are.equal(-1, paras('{"config":"demo","main.enabled":0,"rule.hidden":"3","r1.blank":"x"}'))
+    assert.are.same({}, uci_calls())
+    config("plain", "config app 'main'\n\tlist x 'y'\n")
+    assert.are.equal(0, paras('{"config":"plain","main.x":"z"}'))
+    assert.are.same({}, uci_calls())
+  end)
+
+  it("answers 1 without JSON or a text config, and 0 for a name it will not use, touching nothing", function()
+    config("-demo")
+    config("  ")
+    local cases = {
+      { "not json", 1 }, { '{"main.enabled":"0"}', 1 }, { '{"config":7}', 1 }, { '["config"]', 1 },
+      { '{"config":"demo\\u0000x","main.enabled":"0"}', 1 },
+      { '{"config":"","main.enabled":"0"}', 0 }, { '{"config":"  ","main.enabled":"0"}', 0 },
+      { '{"config":"nothere","main.enabled":"0"}', 0 }, { '{"config":"../config/demo","main.enabled":"0"}', 0 },
+      { '{"config":"-demo","main.enabled":"0"}', 0 }, { '{"config":"de\\nmo","main.enabled":"0"}', 0 },
+      { '{"config":"..","main.enabled":"0"}', 0 },
+    }
+    for _, c in ipairs(cases) do
+      assert.are.equal(c[2], paras(c[1]), c[1])
+      assert.are.same({}, uci_calls())
+    end
+    -- the input is a JSON text: a table or no input at all is not JSON
+    assert.are.same({ 1, 1 }, { v:set("setAppParas", { config = "demo" }), v:set("setAppParas") })
+    assert.is_nil(h.read_file("/etc/config/demo.bak"))
+  end)
+
+  it("answers as written whatever uci does, and never leaves the backup", function()
+    sim.set_tools_dir(failing_uci)
+    assert.are.equal(0, paras('{"config":"demo","main.mode":"m","r1.note":"n","main.enabled":"e"}'))
+    assert.are.equal(4, #uci_calls())
+    -- a uci that cannot be started at all
+    local broken = os.tmpname()
+    os.remove(broken)
+    os.execute("mkdir -p " .. broken .. "/uci")
+    sim.set_tools_dir(broken)
+    assert.are.equal(-1, paras('{"config":"demo","main.enabled":"0"}'))
+    assert.is_nil(h.read_file("/etc/config/demo.bak"))
+    assert.are.equal(FILE, h.read_file("/etc/config/demo"))
+  end)
+
+  local project_tools = (os.getenv("VELCONFIG_TOOL"):gsub("velconfig$", "tools/bin"))
+  local project_uci = io.open(project_tools .. "/uci")
+  if project_uci then project_uci:close() end
+  local with_project_uci = project_uci and it or pending
+  with_project_uci("changes a default application through the project's uci, seen by the next read", function()
+    sim.set_tools_dir(project_tools)
+    os.remove(h.file("/etc/config/familycare"))
+    assert.are.equal(-1, paras('{"config":"familycare","main.enabled":"0","night.start":"23:15"}'))
+    local after = v:get("getAppParas", "familycare")
+    assert.are.same({ "'0'", "'23:15'", "'07:00'" }, { after["'main'"].enabled, after["'night'"].start,
+      after["'night'"].stop })
+    assert.is_nil(h.read_file("/etc/config/familycare.bak"))
+  end)
+end)

@@ -65,8 +65,10 @@ const KeyDoc kDocs[] = {
      "the progress text checkLoidStatus({\"result\":status,\"msg\":\"services\"}); a refused registration "
      "(405, 407, 409) stores the LOID hold-off mark",
      true},
-    {"get", "getMallUrl", "", "url, result (0 success, 1 failure)", false},
-    {"get", "getAppParas", "a1: JSON request naming the application's config", "the application's parameters",
+    {"get", "getMallUrl", "", "url (on success), result (0 success, 1 failure)", false},
+    {"get", "getAppParas", "a1: the application's file name under /etc/config",
+     "'SECTION' tables (the name as quoted in the file) of option -> value, quotes kept; ret (1 when an "
+     "option was read, else 0)",
      false},
     {"get", "wifiSsid", "", "hasWiFi, ssid, bType, productCls, lanIp", false},
 
@@ -105,7 +107,9 @@ const KeyDoc kDocs[] = {
      true},
     {"set", "registerloid", "", "the status the registration request reports (0 started)", true},
     {"set", "usbModifyLabel", "table: instno, newLabel", "the platform's code", true},
-    {"set", "setAppParas", "JSON request naming the application's config and its values", "result code",
+    {"set", "setAppParas", "text: JSON with \"config\" (the file name) and \"SECTION.OPTION\" texts",
+     "0 the last option looked up was set (also: none qualified, a missing file, a name it will not use); "
+     "-1 the JSON had no text for it; 1 not JSON or no \"config\"",
      true},
     {"set", "logInfo", "text: \"logout\", \"lock\" or \"unlock\"", "0", false},
 };

@@ -159,12 +159,12 @@ describe("getMallUrl", function()
     local port_lines = { "5 Get local port failed or port is not 0 ~ 65535",
       "5 获取应用商城URL失败，错误原因: 本地连接端口不在0~65535之间" }
     local cases = {
-      { wan("Disconnected", "Connecting"), { failure("Internet网络未连接") } },
-      { lan("0.0.0.0"), { failure("本地IP错误") } },
-      { lan(""), { failure("本地IP错误") } },
-      { port(70000), port_lines },
-      { port(65536), port_lines },
-      { port(0), { failure("创建获取URL的连接失败") } },
+      { wan("Disconnected", "Connecting"), { failure("Internet网络未连接") }, 0 },
+      { lan("0.0.0.0"), { failure("本地IP错误") }, 0 },
+      { lan(""), { failure("本地IP错误") }, 0 },
+      { port(70000), port_lines, 1 },
+      { port(65536), port_lines, 1 },
+      { port(0), { failure("创建获取URL的连接失败") }, 1 },
     }
     for _, c in ipairs(cases) do
       h.reset()
@@ -172,6 +172,7 @@ describe("getMallUrl", function()
       assert.are.same({ result = 1 }, mall(0))
       local logs = h.log_texts()
       assert.are.same(c[2], { select(#logs - #c[2] + 1, unpack(logs)) })
+      assert.are.equal(c[3], #h.calls("ZoVelDBusGetProperty"))
     end
     h.reset()
     h.sim.fail("ZoVelDBusGetProperty", -1)

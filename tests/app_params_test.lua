@@ -103,8 +103,11 @@ describe("setAppParas", function()
   after_each(function() sim.set_tools_dir(os.getenv("VELCONFIG_TOOLS_DIR") or "") end)
 
   it("sets each named option with the backup in place, commits once, and removes the backup", function()
-    assert.are.equal(0, paras('{"config":"demo","main.mode":"manual","r1.note":"n; rm -rf / #","main.enabled":"0"}'))
-    assert.are.same({ "set|demo.main.enabled=0| backups:demo.bak", "set|demo.main.mode=manual| backups:demo.bak",
+    -- a value longer than its 63 characters is cut
+    assert.are.equal(0, paras('{"config":"demo","main.mode":"' .. string.rep("m", 70) ..
+      '","r1.note":"n; rm -rf / #","main.enabled":"0"}'))
+    assert.are.same({ "set|demo.main.enabled=0| backups:demo.bak",
+      "set|demo.main.mode=" .. string.rep("m", 63) .. "| backups:demo.bak",
       "set|demo.r1.note=n; rm -rf / #| backups:demo.bak", "commit|demo| backups:" }, uci_calls())
     assert.are.equal(FILE, h.read_file("/etc/config/demo"))
   end)

@@ -32,7 +32,8 @@ constexpr size_t kCommitArgumentLimit = kCommandLimit - (sizeof "uci commit " - 
 constexpr size_t kWordRoom = 64;  // "%63s"
 constexpr size_t kNameRoom = 64;
 constexpr size_t kValueRoom = 64;
-constexpr size_t kHostPathRoom = 4096;
+constexpr size_t kHostPathRoom = 4096;  // on the heap: the web server's stacks are small
+constexpr size_t kCopyRoom = 1024;
 // A third word of this many characters or fewer is no section name and no value.
 constexpr size_t kShortestCounted = 2;
 constexpr int kUciTimeoutMs = 10000;
@@ -44,7 +45,7 @@ using ScopedFile = Scoped<FILE, close_file>;
 
 // The backup's path; releasing it removes the file, so no path leaves it behind.
 void remove_backup(char* host_path) {
-  unlink(host_path);
+  if (host_path[0] != '\0') unlink(host_path);
   g_free(host_path);
 }
 using ScopedBackup = Scoped<char, remove_backup>;
@@ -80,14 +81,23 @@ bool plain_file_name(const char* name) {
   return !blank && name[0] != '-' && strcmp(name, ".") != 0 && strcmp(name, "..") != 0;
 }
 
-// Opens the gateway file at path (formed within limit) for reading; empty when the
-// name is not plain, the path does not fit or the file cannot be opened.
-ScopedFile open_config(const char* name, const char* format, size_t limit, char* host, size_t host_cap) {
+// Where the gateway file at path lives in this build; empty when it does not fit.
+ScopedText host_path(const char* path) {
+  ScopedText host(static_cast<char*>(g_malloc(kHostPathRoom)));
+  if (!gateway_file_path(path, host.get(), kHostPathRoom)) host.release();
+  return host;
+}
+
+// Opens /etc/config/<name> for reading, the path formed within limit; empty when
+// the name is not plain, the path does not fit or the file cannot be opened.
+ScopedFile open_config(const char* name, size_t limit) {
   if (name == nullptr || !plain_file_name(name)) return ScopedFile();
   char path[kWritePathLimit + 1] = {};
-  snprintf(path, limit, format, name);
-  if (!gateway_file_path(path, host, host_cap)) return ScopedFile();
-  return ScopedFile(fopen(host, "re"));
+  snprintf(path, limit, "/etc/config/%s", name);
+  ScopedText host = host_path(path);
+  ScopedFile file(host ? fopen(host.get(), "re") : nullptr);
+  host.release();
+  return file;
 }
 
 // Copies from into a new file to, byte for byte. False when either side fails.
@@ -98,7 +108,7 @@ bool copy_file(const char* from, const char* to) {
   int out = open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
   bool ok = out >= 0;
   if (ok) call_scope::keep_descriptor(out);
-  char buf[4096];
+  char buf[kCopyRoom];
   while (ok) {
     ssize_t n = read(in, buf, sizeof buf);
     if (n < 0 && errno == EINTR) continue;
@@ -166,8 +176,7 @@ int32_t apply_options(FILE* backup, json_t* request, const char* name, bool* cha
 void get_app_paras(lua_State* L, const GetArgs& args) {
   lua_newtable(L);
   bool stored = false;
-  char host[kHostPathRoom];
-  ScopedFile file = open_config(args.a1, "/etc/config/%s", kReadPathLimit, host, sizeof host);
+  ScopedFile file = open_config(args.a1, kReadPathLimit);
   if (file) {
     char section[kWordRoom] = {};
     bool open = false;  // a section table (under its name) sits on the stack
@@ -212,19 +221,21 @@ int32_t set_app_paras(lua_State* L) {
   char backup_path[kWritePathLimit] = {};
   snprintf(path, sizeof path, "/etc/config/%s", name);
   snprintf(backup_path, sizeof backup_path, "/etc/config/%s.bak", name);
-  char host[kHostPathRoom];
-  char host_backup[kHostPathRoom];
-  if (!plain_file_name(name) || !gateway_file_path(path, host, sizeof host) ||
-      !gateway_file_path(backup_path, host_backup, sizeof host_backup) ||
-      !g_file_test(host, G_FILE_TEST_EXISTS)) {
+  ScopedText host;
+  if (plain_file_name(name)) host = host_path(path);
+  if (!host || !g_file_test(host.get(), G_FILE_TEST_EXISTS)) {
+    host.release();
     request.release();
     return 0;
   }
 
-  ScopedBackup backup(g_strdup(host_backup));
+  ScopedBackup backup(static_cast<char*>(g_malloc0(kHostPathRoom)));
+  // A path that did not fit must not name some other file when the backup is removed.
+  if (!gateway_file_path(backup_path, backup.get(), kHostPathRoom)) backup.get()[0] = '\0';
   // A copy that fails leaves no backup to read: nothing is changed.
   ScopedFile copy;
-  if (copy_file(host, host_backup)) copy.adopt(fopen(host_backup, "re"));
+  if (backup.get()[0] != '\0' && copy_file(host.get(), backup.get())) copy.adopt(fopen(backup.get(), "re"));
+  host.release();
   if (!copy) {
     backup.release();
     request.release();

@@ -157,17 +157,17 @@ describe("setAppParas", function()
     assert.are.equal(FILE, h.read_file("/etc/config/demo"))
   end)
 
-  local project_tools = (os.getenv("VELCONFIG_TOOL"):gsub("velconfig$", "tools/bin"))
-  local project_uci = io.open(project_tools .. "/uci")
-  if project_uci then project_uci:close() end
-  local with_project_uci = project_uci and it or pending
-  with_project_uci("changes a default application through the project's uci, seen by the next read", function()
-    sim.set_tools_dir(project_tools)
+  it("changes a default application through the project's uci, seen by the next read and by uci", function()
+    local tools = (os.getenv("VELCONFIG_TOOL"):gsub("velconfig$", "tools/bin"))
+    sim.set_tools_dir(tools)
     os.remove(h.file("/etc/config/familycare"))
     assert.are.equal(-1, paras('{"config":"familycare","main.enabled":"0","night.start":"23:15"}'))
     local after = v:get("getAppParas", "familycare")
     assert.are.same({ "'0'", "'23:15'", "'07:00'" }, { after["'main'"].enabled, after["'night'"].start,
       after["'night'"].stop })
     assert.is_nil(h.read_file("/etc/config/familycare.bak"))
+    local p = io.popen("VELCONFIG_ROOT='" .. h.root .. "' '" .. tools .. "/uci' get familycare.night.start")
+    assert.are.equal("23:15", p:read("*l"))
+    p:close()
   end)
 end)

@@ -10,6 +10,7 @@
 
 #include "fuzz/fuzz_input.h"
 #include "module/dispatch.h"
+#include "sim/cloud.h"
 #include "sim/sim.h"
 
 extern "C" int luaopen_velconfig(lua_State* L);
@@ -70,6 +71,8 @@ void setup() {
   if (mkdtemp(root) == nullptr) abort();
   velsim::set_file_root(root);
   velsim::pin_clock(1700000000);
+  // A reshaped model may point "LocalPort" at a silent port: keep such waits short.
+  velsim::set_app_market_timeout(100);
   L = luaL_newstate();
   luaL_openlibs(L);
   luaopen_velconfig(L);

@@ -117,6 +117,9 @@ std::string model_reply(const std::string& request, const std::string& members) 
   std::string out = text != nullptr ? text : "{}";
   free(text);
   json_decref(reply);
+  char* hostile = g_strdup(out.c_str());
+  if (hostile_text(&hostile)) out = hostile;
+  g_free(hostile);
   return framed(out);
 }
 

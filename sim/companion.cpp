@@ -76,6 +76,7 @@ int l_reset(lua_State* L) {
   velsim::clear_faults();
   velsim::unpin_clock();
   velsim::reset_cloud();
+  velsim::set_hostile(velsim::Hostile::kNone);
   velsim::set_history_limit(velsim::kDefaultHistoryLimit);
   if (message[0] != '\0') return fail_with(L, message);
   return 0;
@@ -404,6 +405,12 @@ int l_open_descriptors(lua_State* L) {
   return 1;
 }
 
+// hostile(name): the hostile platform profile ("none" for a well-behaved one).
+int l_hostile(lua_State* L) {
+  if (!velsim::set_hostile(luaL_checkstring(L, 1))) return luaL_argerror(L, 1, "unknown hostile profile");
+  return 0;
+}
+
 const luaL_Reg kFunctions[] = {
     {"reset", l_reset},
     {"load_model", l_load_model},
@@ -432,6 +439,7 @@ const luaL_Reg kFunctions[] = {
     {"advance_monotonic", l_advance_monotonic},
     {"seconds_slept", l_seconds_slept},
     {"plugin_reply", l_plugin_reply},
+    {"hostile", l_hostile},
     {"plugin_post", l_plugin_post},
     {"argument_error", l_argument_error},
     {"cloud_reply", l_cloud_reply},

@@ -73,7 +73,7 @@ extern "C" int32_t ZoVelDBusGetProperty(const char* service, const char* path, c
   return operation("ZoVelDBusGetProperty", args, [&]() -> int32_t {
     const velsim::Property* p = velsim::find(service, path, interface, property);
     if (p == nullptr) return velsim::kNoSuchProperty;
-    GVariant* v = p->get(path);
+    GVariant* v = velsim::hostile_value(p->get(path));
     if (v == nullptr) return velsim::kNoSuchObject;
     *value = g_variant_ref_sink(v);
     return 0;
@@ -101,6 +101,12 @@ extern "C" int32_t ZoVelDBusGetAllProperty(const char* service, const char* path
     if (found == 0) {
       g_variant_unref(g_variant_ref_sink(dict));
       return velsim::kNoSuchObject;
+    }
+    if (velsim::hostile() == velsim::Hostile::kWrongTypes) {
+      // Not a dictionary at all.
+      g_variant_unref(g_variant_ref_sink(dict));
+      const char* const words[] = {"wrong", "type"};
+      dict = g_variant_new_strv(words, 2);
     }
     *value = g_variant_ref_sink(dict);
     return 0;

@@ -231,8 +231,8 @@ extern "C" int32_t ZoVelListApp(ZoVelAppRecord** apps, int32_t* count) {
       velsim::put_text(records[i].third, text_of(listed[i], "version"));
       records[i].state = static_cast<uint32_t>(int_of(listed[i], "state"));
     }
+    *count = velsim::hostile_count<ZoVelAppRecord, int32_t>(&records, listed.size());
     *apps = records;
-    *count = static_cast<int32_t>(listed.size());
     return 0;
   });
 }
@@ -253,6 +253,7 @@ extern "C" char* ZoVelPostMsg(const char* app, const char* command) {
       json_pack("{s:o,s:o}", "app", velsim::shown_text(app), "command", velsim::shown_text(command));
   velsim::operation("ZoVelPostMsg", args, [&] {
     reply = velsim::plugin_reply(app, command);
+    if (reply != nullptr && velsim::hostile_text(&reply)) return 0;
     return 0;
   });
   return reply;

@@ -82,6 +82,7 @@ extern "C" int32_t ZoVelGetDeviceInfo(ZoVelDeviceInfo* info) {
     put_text(info->dev_type, text_of(d, "dev_type"));
     info->cpu_usage = static_cast<uint8_t>(int_of(d, "cpu_usage"));
     info->sys_time = static_cast<uint32_t>(velsim::system_uptime());
+    velsim::hostile_record(info);
     return 0;
   });
 }
@@ -99,6 +100,7 @@ extern "C" int32_t ZoVelGetNetworkInfo(ZoVelNetworkInfo* info) {
     put_text(info->lan_ipv6, text_of(object_at("lan"), "ipv6"));
     put_text(info->wan_ipv4, text_of(wan, "ipv4"));
     put_text(info->wan_ipv6, text_of(wan, "ipv6"));
+    velsim::hostile_record(info);
     return 0;
   });
 }

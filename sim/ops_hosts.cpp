@@ -200,6 +200,7 @@ extern "C" int32_t ZoVelGetLANHostByMAC(const char* mac, ZoVelLanHost* host) {
                      for (json_t* h : velsim::all_hosts()) {
                        if (g_ascii_strcasecmp(text_of(h, "mac"), mac) == 0) {
                          velsim::fill_lan_host(h, host);
+                         velsim::hostile_record(host);
                          return 0;
                        }
                      }

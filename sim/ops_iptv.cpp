@@ -34,6 +34,7 @@ extern "C" int32_t ZoVelGetSubIPTVInfo(ZoVelIptvInfo* iptv) {
     iptv->enable = static_cast<int32_t>(int_of(m, "enable"));
     iptv->vlan_id = static_cast<int32_t>(int_of(m, "vlan_id", -1));
     velsim::put_text(iptv->bound_ports, velsim::text_of(m, "bound_ports"));
+    velsim::hostile_record(iptv);
     return 0;
   });
 }

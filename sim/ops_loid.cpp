@@ -122,6 +122,7 @@ extern "C" int32_t ZoVelSysCmdCheckLOID(int32_t* status, char** text) {
         *text = nullptr;
       } else {
         *text = message[0] != '\0' ? g_strdup(message) : empty;
+        if (*text != empty) velsim::hostile_text(text);
       }
     }
     return 0;

@@ -254,6 +254,7 @@ extern "C" int32_t ZoVelGetDHCPServer(ZoVelDhcpServer* server) {
     put_text(server->pool_end, text_of(dhcp, "max"));
     put_text(server->lan_ip, text_of(dhcp, "ip"));
     put_text(server->subnet_mask, text_of(dhcp, "mask"));
+    velsim::hostile_record(server);
     return 0;
   });
 }

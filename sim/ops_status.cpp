@@ -99,6 +99,7 @@ extern "C" int32_t ZoVelGetPPPoEConfig(ZoVelPPPoEConfig* config) {
   return operation("ZoVelGetPPPoEConfig", nullptr, [&] {
     if (config == nullptr) return -1;
     put_text(config->account, text_of(object_at("wan"), "pppoe_account"));
+    velsim::hostile_record(config);
     return 0;
   });
 }

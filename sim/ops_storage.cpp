@@ -361,6 +361,8 @@ extern "C" int32_t ZoVel_NAS_GetFileNum(const char* folder, uint32_t* count, int
     std::vector<velsim::Listed> listed;
     if (!velsim::entries_of(host, disk_root, &listed, true)) return set_status(status, kFileFailed);
     *count = static_cast<uint32_t>(velsim::last_read().entries.size());
+    if (velsim::hostile() == velsim::Hostile::kCountHuge) *count = INT32_MAX;
+    if (velsim::hostile() == velsim::Hostile::kCountMinusOne) *count = UINT32_MAX;
     return set_status(status, 0);
   });
 }
@@ -377,17 +379,23 @@ extern "C" int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint3
     std::vector<velsim::Listed> listed;
     if (!velsim::entries_of(host, disk_root, &listed, false)) return set_status(status, kFileFailed);
     // Always as many records as asked for, so a folder that shrank since it was
-    // counted never leaves the caller short.
+    // counted never leaves the caller short; a hostile platform gives only what it has.
+    size_t room = number;
+    if (velsim::hostile() != velsim::Hostile::kNone && room > listed.size()) room = listed.size();
     ZoVelFolderEntry* records =
-        number > 0 ? static_cast<ZoVelFolderEntry*>(g_try_malloc0_n(number, sizeof(ZoVelFolderEntry)))
-                   : nullptr;
+        room > 0 ? static_cast<ZoVelFolderEntry*>(g_try_malloc0_n(room, sizeof(ZoVelFolderEntry))) : nullptr;
     if (number > 0 && records == nullptr) return set_status(status, kFileFailed);
-    for (uint32_t i = 0; i < number && static_cast<size_t>(first - 1) + i < listed.size(); ++i) {
+    for (uint32_t i = 0; i < room && static_cast<size_t>(first - 1) + i < listed.size(); ++i) {
       const velsim::Listed& item = listed[static_cast<size_t>(first - 1) + i];
       velsim::put_text(records[i].name, item.name.c_str());
       records[i].is_folder = item.folder ? 1 : 0;
       records[i].size = item.size;
       velsim::time_text(item.mtime, records[i].time);
+      velsim::hostile_record(&records[i]);
+    }
+    if (velsim::hostile() == velsim::Hostile::kArrayAbsent) {
+      g_free(records);
+      records = nullptr;
     }
     *entries = records;
     return set_status(status, 0);

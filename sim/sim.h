@@ -6,6 +6,7 @@
 #include <jansson.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 #include <initializer_list>
 #include <string>
@@ -178,13 +179,66 @@ std::vector<json_t*> objects_in(const char* key);
 
 // Answers a listing operation with items as records, in an array the caller
 // releases with g_free.
+// A hostile platform, for tests of the module's defences: what it breaks in every
+// answer of the kind concerned. kNone is the well-behaved platform.
+enum class Hostile {
+  kNone,
+  kCountMinusOne,  // lists report a count of -1
+  kCountHuge,      // lists report 2^31-1 records with the short array they have
+  kArrayAbsent,    // lists give no array with a positive count
+  kUnterminated,   // every record's bytes are 'A': texts without terminators filling their fields
+  kWrongTypes,     // D-Bus values of another type
+  kHugeReplies,    // plugin replies, cloud replies and platform texts of 1 MB
+  kDeepJson,       // plugin and cloud replies nested 10 000 deep
+};
+Hostile hostile();
+void set_hostile(Hostile h);
+// The profile named by text ("count-1", "count-huge", "array-absent", "unterminated",
+// "wrong-types", "huge-replies", "deep-json", "none"); false for another text.
+bool set_hostile(const char* name);
+
+// Under the huge-replies and deep-json profiles: replaces the g_malloc'd text by a
+// 1 MB one (a JSON object keeps its members, each text grown) or by JSON nested
+// 10 000 deep. True when it replaced it.
+bool hostile_text(char** text);
+// Under the wrong-types profile: a value of another type in place of value (which
+// it consumes); otherwise value itself.
+GVariant* hostile_value(GVariant* value);
+
+// Overwrites a filled record as the unterminated profile wants it.
+template <class Record>
+void hostile_record(Record* r) {
+  if (r != nullptr && hostile() == Hostile::kUnterminated) memset(static_cast<void*>(r), 'A', sizeof *r);
+}
+
+// The count a list reports for n records under the current profile; may replace the
+// array by none (*records released).
+template <class Record, class Count>
+Count hostile_count(Record** records, size_t n) {
+  switch (hostile()) {
+    case Hostile::kCountMinusOne:
+      return static_cast<Count>(-1);
+    case Hostile::kCountHuge:
+      return static_cast<Count>(INT32_MAX);
+    case Hostile::kArrayAbsent:
+      g_free(*records);
+      *records = nullptr;
+      return static_cast<Count>(n > 0 ? n : 3);
+    case Hostile::kUnterminated:
+      for (size_t i = 0; i < n; ++i) hostile_record(&(*records)[i]);
+      return static_cast<Count>(n);
+    default:
+      return static_cast<Count>(n);
+  }
+}
+
 template <class Record, class Count, class Fill>
 int32_t list_records(const std::vector<json_t*>& items, Record** out, Count* count, Fill fill) {
   if (out == nullptr || count == nullptr) return -1;
   Record* records = new_records<Record>(items.size());
   for (size_t i = 0; i < items.size(); ++i) fill(items[i], &records[i]);
+  *count = hostile_count<Record, Count>(&records, items.size());
   *out = records;
-  *count = static_cast<Count>(items.size());
   return 0;
 }
 

@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "common/result.h"
+#include "platform/holders.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 
@@ -43,6 +44,9 @@ bool read_folder(const char* folder, uint32_t* count, ScopedEntries* entries, bo
     *count = 0;
     return false;
   }
+  // Never read past what the platform allocated, whatever it counted.
+  size_t held = records_held(items, sizeof(ZoVelFolderEntry));
+  if (*count > held) *count = static_cast<uint32_t>(held);
   return true;
 }
 

@@ -18,8 +18,8 @@ debs="lua5.1 lua-cjson lua-filesystem lua-system lua-term"
 if [ ! -x "$emu/usr/bin/lua5.1" ]; then
   rm -rf "$emu" && mkdir -p "$emu/debs" "$emu/bin"
   pkgs=$(printf '%s:arm64 ' $debs)
-  (cd "$emu/debs" && apt-get download $pkgs) ||
-    { apt-get -o DPkg::Lock::Timeout=600 update -qq && (cd "$emu/debs" && apt-get download $pkgs); }
+  (cd "$emu/debs" && apt-get -qq -o APT::Sandbox::User=root download $pkgs) ||
+    { apt-get -o DPkg::Lock::Timeout=600 update -qq && (cd "$emu/debs" && apt-get -qq -o APT::Sandbox::User=root download $pkgs); }
   for deb in "$emu"/debs/*.deb; do dpkg-deb -x "$deb" "$emu"; done
   ln -sf "$src/tools/arm64-lua" "$emu/bin/lua5.1"
 fi

@@ -87,7 +87,7 @@ gateway-check: setup
 # under qemu-aarch64. Debian's :arm64 development packages install beside the build
 # machine's own (multiarch); --no-install-recommends adds only what they depend on.
 ARM64_DEBS := g++-aarch64-linux-gnu qemu-user liblua5.1-0-dev:arm64 libglib2.0-dev:arm64 \
-              libjansson-dev:arm64
+              libjansson-dev:arm64 libmicrohttpd-dev:arm64
 
 setup-arm64: setup
 	@dpkg --print-foreign-architectures | grep -qx arm64 || $(SUDO) dpkg --add-architecture arm64; \

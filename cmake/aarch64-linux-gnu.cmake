@@ -32,15 +32,16 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Test programs (CTest runs target executables through this) run under user-mode
-# emulation: with the cross toolchain's C library and Debian's multiarch arm64
-# libraries, or with the sysroot's.
+# Test programs and tools the build runs (CTest and custom commands run target
+# executables through this) run under user-mode emulation: tools/arm64-run, with the
+# cross toolchain's C library and Debian's multiarch arm64 libraries, or qemu with the
+# sysroot's.
 find_program(VELCONFIG_QEMU_AARCH64 qemu-aarch64)
 if(VELCONFIG_QEMU_AARCH64)
   if(CMAKE_SYSROOT)
     set(CMAKE_CROSSCOMPILING_EMULATOR ${VELCONFIG_QEMU_AARCH64} -L ${CMAKE_SYSROOT})
   else()
-    set(CMAKE_CROSSCOMPILING_EMULATOR ${VELCONFIG_QEMU_AARCH64} -L /usr/${VELCONFIG_CROSS_TRIPLET}
-        -E LD_LIBRARY_PATH=/usr/${VELCONFIG_CROSS_TRIPLET}/lib:/usr/lib/${VELCONFIG_CROSS_TRIPLET})
+    get_filename_component(VELCONFIG_ARM64_RUN "${CMAKE_CURRENT_LIST_DIR}/../tools/arm64-run" ABSOLUTE)
+    set(CMAKE_CROSSCOMPILING_EMULATOR ${VELCONFIG_ARM64_RUN})
   endif()
 endif()

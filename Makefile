@@ -4,13 +4,14 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 STACK_BUILD ?= build-stack
 JIT_BUILD ?= build-jit
+ARM64_BUILD ?= build-arm64
 WERROR ?= OFF
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
         lua-busted lua-cjson libmicrohttpd-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: readme-keys fuzz all setup configure build run test asan-test test-luajit gateway-check format-check stack-check bench console console-test clean
+.PHONY: readme-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -81,6 +82,27 @@ test-luajit: setup
 gateway-check: setup
 	tools/gateway-check.sh
 
+# The 64-bit ARM build (cmake/aarch64-linux-gnu.cmake): cross-builds the module, the
+# simulator and the gateway-mode link check, then runs the suite with an arm64 Lua 5.1
+# under qemu-aarch64. Debian's :arm64 development packages install beside the build
+# machine's own (multiarch); --no-install-recommends adds only what they depend on.
+ARM64_DEBS := g++-aarch64-linux-gnu qemu-user liblua5.1-0-dev:arm64 libglib2.0-dev:arm64 \
+              libjansson-dev:arm64 libmicrohttpd-dev:arm64
+
+setup-arm64: setup
+	@dpkg --print-foreign-architectures | grep -qx arm64 || $(SUDO) dpkg --add-architecture arm64; \
+	missing=$$(for p in $(ARM64_DEBS); do \
+	    dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'install ok installed' || echo $$p; \
+	  done); \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing missing packages:" $$missing; \
+	  $(SUDO) apt-get -o DPkg::Lock::Timeout=600 update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y -qq --no-install-recommends $$missing; \
+	fi
+
+test-arm64: setup-arm64
+	BUILD_ARM64=$(ARM64_BUILD) tools/arm64-test.sh
+
 format-check:
 	@command -v clang-format >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq clang-format; }
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
@@ -95,4 +117,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) build-fuzz build-gw build-capi3 build-bench
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) $(ARM64_BUILD) build-fuzz build-gw build-capi3 build-bench

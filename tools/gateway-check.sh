@@ -2,25 +2,35 @@
 # Builds velconfig.so for the gateway against a libcapi3.so built on its own (our
 # simulator standing in for the platform), then checks what the module exports and
 # that the interpreter loads it and gets an answer through the platform library.
+# tools/arm64-test.sh runs the same check on the aarch64 cross-build: it names other
+# build folders, a toolchain file, the cross nm and an arm64 interpreter.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-prefix="$PWD/build-capi3/prefix"
+capi3_build=${CAPI3_BUILD:-build-capi3}
+gw_build=${GW_BUILD:-build-gw}
+nm=${NM:-nm}
+lua=${LUA:-lua5.1}
+cross=()
+if [ -n "${TOOLCHAIN_FILE:-}" ]; then cross=(-DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN_FILE"); fi
+mkdir -p "$capi3_build"
+prefix="$(cd "$capi3_build" && pwd)/prefix"
 
-cmake -S tests/gateway_link -B build-capi3 -DCMAKE_BUILD_TYPE=Release > /dev/null
-cmake --build build-capi3 -j2 > /dev/null
-cmake --install build-capi3 --prefix "$prefix" > /dev/null
+cmake -S tests/gateway_link -B "$capi3_build" -DCMAKE_BUILD_TYPE=Release "${cross[@]}" > /dev/null
+cmake --build "$capi3_build" -j2 > /dev/null
+cmake --install "$capi3_build" --prefix "$prefix" > /dev/null
 
-cmake -S . -B build-gw -DVELCONFIG_PLATFORM=gateway -DCMAKE_PREFIX_PATH="$prefix" -DVELCONFIG_WERROR=ON > /dev/null
-cmake --build build-gw -j2 > /dev/null
+cmake -S . -B "$gw_build" -DVELCONFIG_PLATFORM=gateway -DCMAKE_PREFIX_PATH="$prefix" -DVELCONFIG_WERROR=ON \
+  "${cross[@]}" > /dev/null
+cmake --build "$gw_build" -j2 > /dev/null
 
-exports=$(nm -D --defined-only build-gw/velconfig.so | awk '$2 ~ /^[TDBR]$/ {print $3}' | sort | tr '\n' ' ')
+exports=$("$nm" -D --defined-only "$gw_build/velconfig.so" | awk '$2 ~ /^[TDBR]$/ {print $3}' | sort | tr '\n' ' ')
 case "$exports" in
   "ZoVelGetEasymeshConfigInfo luaopen_velconfig ") ;;
   *) echo "gateway module should export exactly luaopen_velconfig and ZoVelGetEasymeshConfigInfo, not: $exports" >&2; exit 1 ;;
 esac
-readelf -d build-gw/velconfig.so | grep -q 'NEEDED.*libcapi3.so' || { echo "gateway module does not link libcapi3" >&2; exit 1; }
+readelf -d "$gw_build/velconfig.so" | grep -q 'NEEDED.*libcapi3.so' || { echo "gateway module does not link libcapi3" >&2; exit 1; }
 
-answer=$(cd build-gw && LD_LIBRARY_PATH="$prefix/lib" LUA_CPATH="./?.so" VELCONFIG_ROOT="$PWD/root" \
-  lua5.1 -e 'local v = require "velconfig"; io.write(v:get("hasWiFi"), " ", v:set("reboot"))')
+answer=$(cd "$gw_build" && LD_LIBRARY_PATH="$prefix/lib" LUA_CPATH="./?.so" VELCONFIG_ROOT="$PWD/root" \
+  "$lua" -e 'local v = require "velconfig"; io.write(v:get("hasWiFi"), " ", v:set("reboot"))')
 [ "$answer" = "1 0" ] || { echo "gateway module answered '$answer'" >&2; exit 1; }
 echo "gateway build: links libcapi3.so, exports $exports, answers through it"

@@ -9,9 +9,10 @@ WERROR ?= OFF
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
         lua-busted lua-cjson libmicrohttpd-dev
+LINT_DEBS := clang-tidy cppcheck lua-check
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: readme-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: lint readme-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -102,6 +103,11 @@ setup-arm64: setup
 
 test-arm64: setup-arm64
 	BUILD_ARM64=$(ARM64_BUILD) tools/arm64-test.sh
+
+# Static checks: clang-tidy, cppcheck and luacheck over the whole tree (tools/lint.sh).
+lint: setup
+	$(call install_missing,$(LINT_DEBS))
+	tools/lint.sh
 
 format-check:
 	@command -v clang-format >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq clang-format; }

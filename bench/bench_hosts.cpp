@@ -163,7 +163,12 @@ double seconds_now() {
 
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "time";
-  int n = argc > 2 ? atoi(argv[2]) : 1000;
+  long calls = argc > 2 ? strtol(argv[2], nullptr, 10) : 1000;
+  if (calls <= 0 || calls > 100000000) {
+    fprintf(stderr, "usage: bench_hosts [time|hosts|floor] [calls > 0]\n");
+    return 2;
+  }
+  int n = static_cast<int>(calls);
 
   // The gateway's /tmp is in memory; so is the benchmark's file root where it can be.
   char shm_root[] = "/dev/shm/velconfig-bench-XXXXXX";
@@ -176,8 +181,8 @@ int main(int argc, char** argv) {
   mkdir(folder.c_str(), 0700);
   FILE* curip = fopen((folder + "/curhostip").c_str(), "w");
   if (curip != nullptr) {
-    fputs("192.168.1.5\n", curip);
-    fclose(curip);
+    bool written = fputs("192.168.1.5\n", curip) >= 0;
+    if (fclose(curip) != 0 || !written) return 1;
   }
   velsim::pin_clock(1700000000);
   std::string reason;
@@ -249,8 +254,9 @@ int main(int argc, char** argv) {
            floor_time / n * 1e6, hosts_time / floor_time);
   }
   lua_close(L);
-  remove((folder + "/curhostip").c_str());
-  remove((folder + "/lanhostsrate").c_str());
+  // Best effort: the scratch root is a fresh temporary folder, a leftover is harmless.
+  (void)remove((folder + "/curhostip").c_str());
+  (void)remove((folder + "/lanhostsrate").c_str());
   rmdir(folder.c_str());
   rmdir(root);
   return 0;

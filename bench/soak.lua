@@ -43,10 +43,10 @@ local ops = { "ZoVelGetOnlineDeviceListExtWithIPv6", "ZoVelGetDHCPServer", "ZoVe
 
 local function rss_kib()
   local f = io.open("/proc/self/statm")
-  local pages = f:read("*n")
-  pages = f:read("*n")
+  -- statm: total size, then the resident set, in pages.
+  local _, resident = f:read("*n", "*n")
   f:close()
-  return pages * 4
+  return resident * 4
 end
 
 local seed = 12345

@@ -125,7 +125,7 @@ void reshape_model(velfuzz::Input& in) {
     if (json_is_object(parent)) {
       json_object_set_new(parent, key.c_str(), fuzzed_value(in));
     } else {
-      json_array_set_new(parent, static_cast<size_t>(atoi(key.c_str())), fuzzed_value(in));
+      json_array_set_new(parent, static_cast<size_t>(strtoul(key.c_str(), nullptr, 10)), fuzzed_value(in));
     }
   }
   char* text = json_dumps(model, 0);
@@ -205,7 +205,7 @@ void one_call(velfuzz::Input& in) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (L == nullptr) setup();
   velfuzz::Input in(data, size);
-  velsim::pin_clock(1700000000 + in.below(100000));
+  velsim::pin_clock(1700000000 + static_cast<int64_t>(in.below(100000)));
   reshape_model(in);
   velsim::clear_journal();
   velsim::clear_logs();

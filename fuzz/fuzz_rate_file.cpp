@@ -33,8 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string file = in.rest();
   FILE* f = fopen(rate_path.c_str(), "wb");
   if (f == nullptr) return 0;
-  fwrite(file.data(), 1, file.size(), f);
-  fclose(f);
+  bool written = fwrite(file.data(), 1, file.size(), f) == file.size();
+  if (fclose(f) != 0 || !written) return 0;
   static velconfig::HostRateTable table;
   table = velconfig::HostRateTable{};
   if (velconfig::load_host_rates(&table)) {

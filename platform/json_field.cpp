@@ -43,6 +43,7 @@ int32_t read_json_field(json_t* object, const char* key, json_type expected, voi
   return 0;
 }
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): a printf-style helper, checked through its format attribute
 void format_command(char* buf, size_t cap, const char* format, ...) {
   if (cap == 0) return;
   memset(buf, 0, cap);

@@ -45,9 +45,11 @@ int open_descriptors() {
 
 void write_script(const std::string& path, const char* body) {
   FILE* f = fopen(path.c_str(), "w");
+  CHECK(f != nullptr);
+  if (f == nullptr) return;
   fprintf(f, "#!/bin/sh\n%s\n", body);
-  fclose(f);
-  chmod(path.c_str(), 0755);
+  CHECK(fclose(f) == 0);
+  CHECK(chmod(path.c_str(), 0755) == 0);
 }
 
 // Everything kept is released by the end of the call, on every path.

@@ -122,6 +122,7 @@ void check_delete_drops_events() {
   uloop_run();  // returns: nothing left to wait for
   CHECK(pair.a.calls + pair.b.calls == 1);
   uloop_done();
+  pair_for_delete = nullptr;  // the pair dies with this frame
   for (int fd : {p1[0], p1[1], p2[0], p2[1]}) close(fd);
 }
 
@@ -151,10 +152,10 @@ void check_usock() {
   sockaddr_in addr = {};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-  listen(listener, 1);
+  CHECK(bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0);
+  CHECK(listen(listener, 1) == 0);
   socklen_t len = sizeof addr;
-  getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
+  CHECK(getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len) == 0);
   char port[16];
   snprintf(port, sizeof port, "%d", ntohs(addr.sin_port));
 

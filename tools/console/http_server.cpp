@@ -15,7 +15,7 @@
 namespace {
 
 // Bodies larger than this are refused: pages send small JSON objects.
-constexpr size_t kBodyLimit = 64 * 1024;
+constexpr size_t kBodyLimit = size_t{64} * 1024;
 
 volatile sig_atomic_t stop_requested = 0;
 
@@ -185,8 +185,11 @@ int l_serve(lua_State* L) {
   int bound = info != nullptr ? info->port : static_cast<int>(port);
 
   stop_requested = 0;
-  signal(SIGINT, on_stop_signal);
-  signal(SIGTERM, on_stop_signal);
+  if (signal(SIGINT, on_stop_signal) == SIG_ERR || signal(SIGTERM, on_stop_signal) == SIG_ERR) {
+    MHD_stop_daemon(daemon);
+    luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
+    return luaL_error(L, "cannot catch the stop signals");
+  }
   lua_getfield(L, 1, "ready");
   if (lua_isfunction(L, -1)) {
     lua_pushinteger(L, bound);

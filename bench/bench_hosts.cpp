@@ -124,7 +124,7 @@ __attribute__((noinline)) void build_floor(lua_State* L, const std::vector<Row>&
 // from the top of the stack down to the lowest one that changed, less what the
 // thread takes before body runs (its start-up and the thread-local block glibc
 // places at the top of a caller-given stack).
-constexpr size_t kThreadStack = 256 * 1024;
+constexpr size_t kThreadStack = size_t{256} * 1024;
 constexpr unsigned char kPaint = 0xa5;
 
 struct StackRun {

@@ -124,11 +124,12 @@ local function deepest(f, k)
   visiting[f] = true
   local d, go = 0, nil
   for to in pairs(calls[f] or {}) do
-    if HOP[to] and RELEASERS[short(f)] and to == "__indirect_call" then
-      -- a release function of a library: not in the module
-    elseif HOP[to] and k > 0 then
+    -- A release function of a library calls through a pointer into that library,
+    -- not into the module: nothing of ours lies beyond it.
+    local into_library = HOP[to] and RELEASERS[short(f)] and to == "__indirect_call"
+    if not into_library and HOP[to] and k > 0 then
       if best[k - 1].root > d then d, go = best[k - 1].root, { best[k - 1].root_title, k - 1 } end
-    elseif size[to] then
+    elseif not into_library and size[to] then
       local e = deepest(to, k)
       if e > d then d, go = e, { to, k } end
     end

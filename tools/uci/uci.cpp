@@ -120,7 +120,7 @@ bool read_file(const std::string& path, std::string* text) {
   text->clear();
   while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) text->append(buffer, n);
   bool ok = !ferror(f);
-  fclose(f);
+  (void)fclose(f);  // opened for reading: closing cannot lose anything
   return ok;
 }
 
@@ -450,7 +450,7 @@ int main(int argc, char** argv) {
   try {
     return run(argc, argv);
   } catch (const Failure& f) {
-    fflush(stdout);
+    (void)fflush(stdout);  // best effort: the exit status already reports the failure
     if (!quiet) fprintf(stderr, "uci: %s\n", f.message.c_str());
     return kFailed;
   } catch (const std::exception& e) {

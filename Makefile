@@ -123,4 +123,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) $(ARM64_BUILD) build-fuzz build-gw build-capi3 build-bench
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) $(ARM64_BUILD) build-fuzz build-gw build-capi3 build-bench build-lint

@@ -41,7 +41,7 @@ constexpr size_t kHeaderBytes = 4;
 constexpr size_t kFrameRoom = 256;
 // The JSON text of a reply is read up to the header's length, but never more than
 // this, however much the header announces.
-constexpr size_t kReplyLimit = 64 * 1024;
+constexpr size_t kReplyLimit = size_t{64} * 1024;
 constexpr size_t kValueRoom = 64;
 constexpr size_t kUrlRoom = 576;
 constexpr size_t kHostRoom = 64;

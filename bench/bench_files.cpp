@@ -95,7 +95,7 @@ void remove_all(const std::string& root, const std::string& folder) {
   for (int i = 0; i < kFiles; ++i) {
     char name[64];
     snprintf(name, sizeof name, "/IMG_%05d.jpg", i);
-    remove((folder + name).c_str());
+    (void)remove((folder + name).c_str());  // best effort: a leftover in the scratch root is harmless
   }
   rmdir(folder.c_str());
   rmdir((root + "/mnt/usb1").c_str());
@@ -107,7 +107,12 @@ void remove_all(const std::string& root, const std::string& folder) {
 
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "time";
-  int n = argc > 2 ? atoi(argv[2]) : 20;
+  long calls = argc > 2 ? strtol(argv[2], nullptr, 10) : 20;
+  if (calls <= 0 || calls > 100000000) {
+    fprintf(stderr, "usage: bench_files [mode] [calls > 0]\n");
+    return 2;
+  }
+  int n = static_cast<int>(calls);
 
   // A USB disk is a real file system; the benchmark's sits in memory where it can, so
   // the figure is the listing's work rather than the host's disk.
@@ -153,7 +158,8 @@ int main(int argc, char** argv) {
   call_sub_files(L);
   std::vector<Row> rows = rows_of(L);
   lua_pop(L, 1);
-  if (rows.size() != kFiles || rows[kFiles - 1].size != (kFiles - 1) * 997 / 1024 + 1) {
+  const size_t last_kib = (kFiles - 1) * 997 / 1024 + 1;  // whole KiB, rounded up, as the page gives it
+  if (rows.size() != kFiles || rows[kFiles - 1].size != static_cast<double>(last_kib)) {
     fprintf(stderr, "unexpected result: %zu rows\n", rows.size());
     return 1;
   }

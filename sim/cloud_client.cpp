@@ -28,7 +28,7 @@ namespace velsim {
 namespace {
 
 constexpr size_t kHeaderBytes = 4;
-constexpr size_t kRequestLimit = 64 * 1024;
+constexpr size_t kRequestLimit = size_t{64} * 1024;
 constexpr int kRequestWaitMs = 5000;  // for the rest of a request that has begun
 constexpr int kCloseWaitMs = 60000;   // for the client to close once answered (or in silence)
 constexpr int kDefaultTimeoutMs = 20000;
@@ -248,7 +248,7 @@ std::string model_members() {
   json_t* status = json_object_get(cloud, "status");
   json_t* members = json_object();
   json_object_set_new(members, "Status", status != nullptr ? json_deep_copy(status) : json_string("0"));
-  bool ok = json_is_string(status) ? atoi(json_string_value(status)) == 0
+  bool ok = json_is_string(status) ? strtol(json_string_value(status), nullptr, 10) == 0
                                    : status == nullptr || number_of(status, 0) == 0;
   if (ok) {
     json_object_set_new(members, "URL", json_string(text_of(cloud, "url")));

@@ -36,7 +36,7 @@ constexpr int32_t kWrongType = -3;
 constexpr int32_t kNoSuchObject = -4;
 constexpr uint16_t kDiskClass = 8;
 // A sample file of the model is at most this big, whatever size it asks for.
-constexpr json_int_t kLargestSample = 64 * 1024 * 1024;
+constexpr json_int_t kLargestSample = json_int_t{64} * 1024 * 1024;
 
 std::string mount_of(json_t* usb) { return text_of(usb, "mount_path"); }
 
@@ -59,18 +59,21 @@ json_t* disk_holding(const char* path) {
 void write_sample(const std::string& host, json_t* content) {
   FILE* f = fopen(host.c_str(), "wb");
   if (f == nullptr) return;
+  bool ok = true;
   if (json_is_string(content)) {
-    fwrite(json_string_value(content), 1, json_string_length(content), f);
+    ok = fwrite(json_string_value(content), 1, json_string_length(content), f) == json_string_length(content);
   } else {
     static const char kPattern[] = "velconfig simulated disk sample data\n";
     json_int_t left = std::min<json_int_t>(number_of(content, 0), kLargestSample);
-    for (; left > 0; left -= static_cast<json_int_t>(sizeof kPattern - 1)) {
+    for (; ok && left > 0; left -= static_cast<json_int_t>(sizeof kPattern - 1)) {
       size_t n = left < static_cast<json_int_t>(sizeof kPattern - 1) ? static_cast<size_t>(left)
                                                                      : sizeof kPattern - 1;
-      fwrite(kPattern, 1, n, f);
+      ok = fwrite(kPattern, 1, n, f) == n;
     }
   }
-  fclose(f);
+  // A sample that could not be written whole is not left half-written on the disk.
+  if (fclose(f) != 0 || !ok)
+    (void)remove(host.c_str());  // a leftover is what this prevents; nothing more to do
 }
 
 // Makes the disk's folder the first time the disk is used, with the model's sample
@@ -85,7 +88,7 @@ void prepare_disk(json_t* usb) {
   std::vector<std::string> names;
   const char* name;
   json_t* content;
-  json_object_foreach(files, name, content) names.emplace_back(name);
+  json_object_foreach(files, name, content) { names.emplace_back(name); }
   std::sort(names.begin(), names.end());
   for (const std::string& n : names) {
     std::string host;

@@ -21,7 +21,7 @@
 namespace velsim {
 namespace {
 
-constexpr size_t kChunk = 64 * 1024;
+constexpr size_t kChunk = size_t{64} * 1024;
 // Finished transfers the model remembers, so that late polls still get an answer.
 constexpr size_t kFinishedKept = 32;
 

@@ -108,7 +108,8 @@ uint32_t list_folder_entries(lua_State* L, const char* folder) {
     begin_row(L, "file%d", static_cast<int>(i + 1));
     set_text(L, "name", field_text(entry.name));
     set_bool(L, "isFolder", entry.is_folder != 0);
-    set_number(L, "size", static_cast<lua_Number>(entry.size / 1024 + 1));
+    const auto kib = entry.size / 1024 + 1;  // whole KiB, rounded up
+    set_number(L, "size", static_cast<lua_Number>(kib));
     set_text(L, "time", field_text(entry.time));
     end_row(L);
   }

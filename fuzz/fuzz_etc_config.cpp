@@ -17,8 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!velconfig::gateway_file_path("/etc/config/fuzzapp", path, sizeof path)) return 0;
   FILE* f = fopen(path, "wb");
   if (f == nullptr) return 0;
-  fwrite(file.data(), 1, file.size(), f);
-  fclose(f);
+  bool written = fwrite(file.data(), 1, file.size(), f) == file.size();
+  if (fclose(f) != 0 || !written) return 0;
   std::string name = "fuzzapp";
   velfuzz::call(true, "getAppParas", &name);
   // Only now and then: every write runs the uci tool as a process.

@@ -11,6 +11,7 @@
 #include "status/status.h"
 #include "storage/storage.h"
 #include "wifi/mesh.h"
+#include "wifi/wifi.h"
 
 namespace velconfig {
 namespace {
@@ -34,8 +35,8 @@ const GetKey kGetKeys[] = {
     {"easymesh_config", get_easymesh_config},
     {"pmLists", get_pm_lists},
     {"interConndStatus", get_interconnd_status},
-    {"wifiBasic", nullptr},
-    {"wifiAdv", nullptr},
+    {"wifiBasic", get_wifi_basic},
+    {"wifiAdv", get_wifi_timer},
     // An absent filter reads as 0, as decimal conversion of nothing gives.
     {"hostsInfo", [](lua_State* L, const GetArgs& a) { get_hosts_info(L, decimal_value(a.a1)); }},
     {"itvVoipReg", get_itv_voip_reg},
@@ -55,7 +56,7 @@ const GetKey kGetKeys[] = {
     {"regProcess", get_reg_process},
     {"getMallUrl", get_mall_url},
     {"getAppParas", get_app_paras},
-    {"wifiSsid", nullptr},
+    {"wifiSsid", get_wifi_ssid},
 };
 static_assert(sizeof kGetKeys / sizeof kGetKeys[0] == 37, "get knows 37 keys");
 

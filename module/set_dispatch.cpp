@@ -7,6 +7,7 @@
 #include "storage/storage.h"
 #include "system/system.h"
 #include "wifi/mesh.h"
+#include "wifi/wifi.h"
 
 namespace velconfig {
 namespace {
@@ -17,8 +18,8 @@ const SetKey kSetKeys[] = {
     {"ddns", set_ddns},
     {"iptv", set_iptv},
     {"easymesh_config", set_easymesh_config},
-    {"wifiBasic", nullptr},
-    {"wifiAdv", nullptr},
+    {"wifiBasic", set_wifi_basic},
+    {"wifiAdv", set_wifi_timer},
     {"pmSetSingle", set_pm_single},
     {"pmSetAll", set_pm_all},
     {"startInterConnd", set_start_interconnd},

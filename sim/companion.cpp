@@ -9,6 +9,7 @@
 
 #include "platform/zovel.h"
 #include "sim/cloud.h"
+#include "sim/dbus.h"
 #include "sim/files.h"
 #include "sim/sim.h"
 
@@ -74,6 +75,7 @@ int l_reset(lua_State* L) {
   velsim::clear_journal();
   velsim::clear_logs();
   velsim::clear_faults();
+  velsim::clear_property_answers();
   velsim::unpin_clock();
   velsim::reset_cloud();
   velsim::set_hostile(velsim::Hostile::kNone);
@@ -169,6 +171,26 @@ int l_fail(lua_State* L) {
 
 int l_clear_faults(lua_State*) {
   velsim::clear_faults();
+  return 0;
+}
+
+// answer_property(path, interface, name, value): value is a GVariant in its text
+// form ("true", "int32 7", "'WPA3'"), false for a read without a value, nil to
+// answer from the model again.
+int l_answer_property(lua_State* L) {
+  const char* path = luaL_checkstring(L, 1);
+  const char* interface = luaL_checkstring(L, 2);
+  const char* name = luaL_checkstring(L, 3);
+  if (lua_isnoneornil(L, 4)) {
+    velsim::clear_property_answer(path, interface, name);
+    return 0;
+  }
+  GVariant* value = nullptr;
+  if (lua_toboolean(L, 4)) {
+    value = g_variant_parse(nullptr, luaL_checkstring(L, 4), nullptr, nullptr, nullptr);
+    if (value == nullptr) return luaL_argerror(L, 4, "not a GVariant text");
+  }
+  velsim::answer_property(path, interface, name, value);
   return 0;
 }
 
@@ -425,6 +447,7 @@ const luaL_Reg kFunctions[] = {
     {"history_limit", l_history_limit},
     {"fail", l_fail},
     {"clear_faults", l_clear_faults},
+    {"answer_property", l_answer_property},
     {"pin_clock", l_pin_clock},
     {"advance_clock", l_advance_clock},
     {"unpin_clock", l_unpin_clock},

@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include <string>
 #include <vector>
 
 #include "platform/zovel.h"
@@ -33,6 +34,25 @@ const Property* find(const char* service, const char* path, const char* interfac
   return nullptr;
 }
 
+struct Answer {
+  std::string path, interface, name;
+  GVariant* value;  // null: no value
+};
+
+std::vector<Answer>& answers() {
+  static std::vector<Answer> list;
+  return list;
+}
+
+const Answer* answer_for(const char* path, const char* interface, const char* name) {
+  if (path == nullptr || interface == nullptr || name == nullptr) return nullptr;
+  for (const Answer& a : answers()) {
+    if (a.interface == interface && a.name == name && strncmp(path, a.path.c_str(), a.path.size()) == 0)
+      return &a;
+  }
+  return nullptr;
+}
+
 json_t* where(const char* service, const char* path, const char* interface) {
   return json_pack("{s:s?,s:s?,s:s?}", "service", service, "path", path, "interface", interface);
 }
@@ -41,6 +61,30 @@ json_t* where(const char* service, const char* path, const char* interface) {
 
 PropertyTable::PropertyTable(std::initializer_list<Property> properties) {
   for (const Property& p : properties) registry().push_back(p);
+}
+
+void answer_property(const char* path, const char* interface, const char* name, GVariant* value) {
+  GVariant* held = value != nullptr ? g_variant_ref_sink(value) : nullptr;
+  answers().insert(answers().begin(), Answer{path, interface, name, held});
+}
+
+void clear_property_answer(const char* path, const char* interface, const char* name) {
+  auto& list = answers();
+  for (auto it = list.begin(); it != list.end();) {
+    if (it->path == path && it->interface == interface && it->name == name) {
+      if (it->value != nullptr) g_variant_unref(it->value);
+      it = list.erase(it);
+    } else {
+      ++it;
+    }
+  }
+}
+
+void clear_property_answers() {
+  for (Answer& a : answers()) {
+    if (a.value != nullptr) g_variant_unref(a.value);
+  }
+  answers().clear();
 }
 
 json_t* variant_to_json(GVariant* v) {
@@ -71,6 +115,10 @@ extern "C" int32_t ZoVelDBusGetProperty(const char* service, const char* path, c
   json_t* args = velsim::where(service, path, interface);
   json_object_set_new(args, "property", json_string(property != nullptr ? property : ""));
   return operation("ZoVelDBusGetProperty", args, [&]() -> int32_t {
+    if (const velsim::Answer* a = velsim::answer_for(path, interface, property)) {
+      *value = a->value != nullptr ? g_variant_ref(a->value) : nullptr;
+      return 0;
+    }
     const velsim::Property* p = velsim::find(service, path, interface, property);
     if (p == nullptr) return velsim::kNoSuchProperty;
     GVariant* v = velsim::hostile_value(p->get(path));

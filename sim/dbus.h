@@ -27,6 +27,14 @@ struct PropertyTable {
   PropertyTable(std::initializer_list<Property> properties);
 };
 
+// Makes a property read on interface and name (any service, any path starting with
+// path) succeed with value instead of the model's: a value of any type (taken
+// over), or null for a read that succeeds without a value. Tests use it for
+// replies the model cannot give.
+void answer_property(const char* path, const char* interface, const char* name, GVariant* value);
+void clear_property_answer(const char* path, const char* interface, const char* name);
+void clear_property_answers();
+
 // JSON form of a basic GVariant, as the journal shows it.
 json_t* variant_to_json(GVariant* value);
 

@@ -1,5 +1,5 @@
-// Simulated PPPoE configuration, USB device list, WLAN device list and the status
-// properties ("PPPOEDuration", "DualBand", "DevType2" and the
+// Simulated PPPoE configuration, USB device list and the status properties
+// ("PPPOEDuration", "DualBand", "DevType2" and the
 // "NetworkAccessSign" marks).
 #include <stdio.h>
 #include <string.h>
@@ -22,7 +22,6 @@ namespace velsim {
 namespace {
 
 constexpr const char* kUsbPathPrefix = "/com/zom/igd1/Info/USBDevice/Inst/";
-constexpr const char* kWlanPathPrefix = "/com/zom/igd1/Config/WLAN/Devices/";
 
 GVariant* access_sign(const char* key) {
   json_t* sign = json_object_get(object_at("device"), "access_sign");
@@ -56,26 +55,6 @@ void fill_usb(json_t* usb, ZoVelUsbDevice* r) {
   put_text(r->label, text_of(usb, "label"));
 }
 
-const std::initializer_list<ByteRange> kWlanReserved{
-    VELSIM_RANGE(ZoVelWlanDevice, reserved0), VELSIM_RANGE(ZoVelWlanDevice, reserved1),
-    VELSIM_RANGE(ZoVelWlanDevice, reserved2), VELSIM_RANGE(ZoVelWlanDevice, reserved3)};
-
-void fill_wlan(json_t* wlan, ZoVelWlanDevice* r) {
-  put_reserved(wlan, r, kWlanReserved);
-  snprintf(r->path, sizeof r->path, "%s%lld", kWlanPathPrefix, static_cast<long long>(int_of(wlan, "id")));
-  put_text(r->ssid, text_of(wlan, "ssid"));
-  r->enable = static_cast<uint32_t>(int_of(wlan, "enable"));
-  put_text(r->beacon_type, text_of(wlan, "beacon_type"));
-  put_text(r->standard, text_of(wlan, "standard"));
-  put_text(r->wep_level, text_of(wlan, "wep_level"));
-  put_text(r->basic_auth, text_of(wlan, "basic_auth"));
-  put_text(r->wpa_encryption, text_of(wlan, "wpa_encryption"));
-  r->tx_power = static_cast<uint32_t>(int_of(wlan, "tx_power"));
-  r->high_power_class = static_cast<uint32_t>(int_of(wlan, "high_power_class"));
-  put_text(r->passphrase, text_of(wlan, "passphrase"));
-  put_text(r->band_label, text_of(wlan, "band_label"));
-}
-
 }  // namespace
 
 // An "id" text is used as it is, so a model can carry instance numbers such as "02".
@@ -107,9 +86,4 @@ extern "C" int32_t ZoVelGetPPPoEConfig(ZoVelPPPoEConfig* config) {
 extern "C" int32_t ZoVel_GetUSBDeviceObjs(ZoVelUsbDevice** devices, int32_t* count) {
   return operation("ZoVel_GetUSBDeviceObjs", nullptr,
                    [&] { return velsim::list_of("usb", devices, count, velsim::fill_usb); });
-}
-
-extern "C" int32_t ZoVelGetWLANDeviceObjs(ZoVelWlanDevice** devices, uint32_t* count) {
-  return operation("ZoVelGetWLANDeviceObjs", nullptr,
-                   [&] { return velsim::list_of("wlan", devices, count, velsim::fill_wlan); });
 }

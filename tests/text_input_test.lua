@@ -6,6 +6,9 @@ local v = h.velconfig
 
 -- For every write key that reads fields: an input the platform accepts, the fields to
 -- spoil, and the reads the handler makes before it reaches them.
+local WIFI_BASIC = { wifi_dualBand = "1", wifi_2G_enbl = "1", wifi_2G_ssid = "Home", wifi_2G_auth = "WPA2",
+  wifi_2G_passwd = "secret123", wifi_2G_strength = "2", wifi_5G_enbl = "1", wifi_5G_ssid = "Home-5G",
+  wifi_5G_auth = "WPA3", wifi_5G_passwd = "secret123", wifi_5G_strength = "4" }
 local CASES = {
   { "lan", { dhcpEnbl = "1", oldLanIp = "192.168.1.1", lanIp = "192.168.1.7", poolStart = "192.168.1.2",
     poolEnd = "192.168.1.200", subnetMask = "255.255.255.0" },
@@ -36,6 +39,12 @@ local CASES = {
   { "easymesh_config", { easymeshEnbl = "0" }, { "easymeshEnbl" }, {} },
   -- the hold-off check before the fields runs only uci (no mark here: nothing to wait for)
   { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "0" }, { "loid", "loidPsd", "hasWiFi" }, {} },
+  { "wifiBasic", WIFI_BASIC, { "wifi_dualBand" }, {} },
+  { "wifiBasic", WIFI_BASIC, { "wifi_2G_enbl", "wifi_2G_ssid", "wifi_2G_auth", "wifi_2G_passwd", "wifi_2G_strength",
+    "wifi_5G_enbl", "wifi_5G_ssid", "wifi_5G_auth", "wifi_5G_passwd", "wifi_5G_strength" },
+    { "ZoVelGetWLANDeviceObjs" } },
+  { "wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }, { "wifi_timing", "start_time", "end_time" },
+    { "ZoVelDBusGetProperty", "ZoVelGetWLANDeviceObjs", "ZoVelGetWiFiTimer" } },
 }
 -- "restore", "fwrestore" and "reboot" read no input at all.
 

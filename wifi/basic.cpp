@@ -182,28 +182,32 @@ void apply_security(const char* auth, const char* passwd, ZoVelWlanDevice* wlan)
   replace_text(wlan->passphrase, passwd);
 }
 
-// Changes one band's record from the page's fields, in the order the page's fields
-// are read, and sends it whole. A band switched off reads no other field.
-int32_t write_band(lua_State* L, const Band& band, ZoVelWlanDevice* wlan) {
+// Changes one band's record from the page's fields, read in the band's order. A band
+// switched off reads no other field. False (record half changed, never sent) when
+// a field is not a clean text.
+bool change_band(lua_State* L, const Band& band, ZoVelWlanDevice* wlan) {
   char enbl[16];
-  read_field(L, band.write.enbl, enbl);
+  if (!read_field(L, band.write.enbl, enbl)) return false;
   if (decimal_value(enbl) != 1) {
     wlan->enable = 0;
-  } else {
-    wlan->enable = 1;
-    char ssid[64];
-    char auth[16];
-    char passwd[64];
-    char strength[16];
-    read_field(L, band.write.ssid, ssid);
-    read_field(L, band.write.auth, auth);
-    read_field(L, band.write.passwd, passwd);
-    replace_text(wlan->ssid, ssid);
-    read_field(L, band.write.strength, strength);
-    wlan->tx_power = transmit_power(band, decimal_value(strength), wlan->high_power_class);
-    apply_security(auth, passwd, wlan);
+    return true;
   }
-  return ZoVelSetWLANDevice(path_block(*wlan), wlan);
+  wlan->enable = 1;
+  char ssid[64];
+  char auth[16];
+  char passwd[64];
+  char strength[16];
+  if (!read_field(L, band.write.ssid, ssid) || !read_field(L, band.write.auth, auth) ||
+      !read_field(L, band.write.passwd, passwd)) {
+    return false;
+  }
+  // 32 bytes, cut at a whole character as the page's text is.
+  memset(wlan->ssid, 0, sizeof wlan->ssid);
+  copy_utf8_text(wlan->ssid, sizeof wlan->ssid, ssid);
+  if (!read_field(L, band.write.strength, strength)) return false;
+  wlan->tx_power = transmit_power(band, decimal_value(strength), wlan->high_power_class);
+  apply_security(auth, passwd, wlan);
+  return true;
 }
 
 struct WiFiFacts {
@@ -293,21 +297,31 @@ void get_wifi_basic(lua_State* L, const GetArgs&) {
   set_number(L, "wifi6", (facts.wifi6 || offers_wpa3()) ? 1 : 0);
 }
 
-// 0 when no record was sent; otherwise the result of the last record sent, so a
-// failure on the 2.4 GHz band is overwritten by the 5 GHz band's result.
+// Every band's fields are read, band by band in list order, before any record is
+// sent, so a text that is not clean (1) or a missing field (a Lua error) leaves every
+// record as it was. Then 0 when no record was sent, otherwise the result of the last
+// one: a failure on the 2.4 GHz band is overwritten by the 5 GHz band's result.
 int32_t set_wifi_basic(lua_State* L) {
   bool dual_band = false;
   if (lua_istable(L, -1)) {
     char flag[16];
-    read_field(L, "wifi_dualBand", flag);
+    if (!read_field(L, "wifi_dualBand", flag)) return kTextRefused;
     dual_band = decimal_value(flag) == 1;
   }
   WlanList list;
   int32_t code = list.fill(ZoVelGetWLANDeviceObjs);
   if (code != 0) return code;
-  for (ZoVelWlanDevice& wlan : list) {
+  auto managed = [dual_band](const ZoVelWlanDevice& wlan) {
     const Band* band = band_of(wlan);
-    if (band == &kBand2G || (band == &kBand5G && dual_band)) code = write_band(L, *band, &wlan);
+    return (band == &kBand2G || (band == &kBand5G && dual_band)) ? band : nullptr;
+  };
+  for (ZoVelWlanDevice& wlan : list) {
+    const Band* band = managed(wlan);
+    if (band != nullptr && !change_band(L, *band, &wlan)) return kTextRefused;
+  }
+  // The record goes back whole, even when nothing in it changed.
+  for (ZoVelWlanDevice& wlan : list) {
+    if (managed(wlan) != nullptr) code = ZoVelSetWLANDevice(path_block(wlan), &wlan);
   }
   list.release();
   return code;

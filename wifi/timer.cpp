@@ -91,8 +91,8 @@ void get_wifi_timer(lua_State* L, const GetArgs&) {
   set_text(L, "sysTime", now);
 }
 
-// 0 without a write when the timer is off and stays off; otherwise the platform's
-// code of the timer read or of the write.
+// 0 without a write when the timer is off and stays off; 1 when a field is not a
+// clean text; otherwise the platform's code of the timer read or of the write.
 int32_t set_wifi_timer(lua_State* L) {
   uint32_t mask = timer_ssid_mask();
   ZoVelWiFiTimer timer;
@@ -100,13 +100,14 @@ int32_t set_wifi_timer(lua_State* L) {
   int32_t code = ZoVelGetWiFiTimer(&timer);
   if (code != 0) return code;
   char timing[16];
-  read_field(L, "wifi_timing", timing);
+  if (!read_field(L, "wifi_timing", timing)) return kTextRefused;
   int32_t enable = decimal_value(timing);
   if (enable == 0 && timer.enable == 0) return 0;
   // Switching the timer off keeps the times the platform has.
   if (enable != 0) {
-    read_field(L, "start_time", timer.start_time);
-    read_field(L, "end_time", timer.end_time);
+    if (!read_field(L, "start_time", timer.start_time) || !read_field(L, "end_time", timer.end_time)) {
+      return kTextRefused;
+    }
   }
   memset(timer.repeat_mode, 0, sizeof timer.repeat_mode);
   copy_text(timer.repeat_mode, "DAY");

@@ -107,8 +107,18 @@ void store_text(json_t* entry, const char* key, const char (&field)[N]) {
   json_object_set_new(entry, key, json_string(text));
 }
 
+// Wireless hosts associated with the SSID instance id lose their connection.
+void disconnect_clients(json_int_t id) {
+  // Their running figures stop here, so fold in what ran until now first.
+  settle_time();
+  for (json_t* host : objects_in("hosts")) {
+    if (int_of(host, "wlan", -1) == id) json_object_set_new(host, "online", json_false());
+  }
+}
+
 // The radio's own facts (label, standard, high-power class) are not taken from a
-// write; everything else the record carries is stored.
+// write; everything else the record carries is stored. Switching the SSID off
+// disconnects its clients.
 int32_t update_wlan(const ZoVelObjPath& path, const ZoVelWlanDevice* r) {
   if (r == nullptr) return -1;
   json_t* entry = wlan_at(path);
@@ -117,6 +127,7 @@ int32_t update_wlan(const ZoVelObjPath& path, const ZoVelWlanDevice* r) {
       !storable(r->basic_auth) || !storable(r->wpa_encryption) || !storable(r->passphrase)) {
     return kWrongType;
   }
+  if (int_of(entry, "enable") != 0 && r->enable == 0) disconnect_clients(int_of(entry, "id"));
   store_text(entry, "ssid", r->ssid);
   json_object_set_new(entry, "enable", json_integer(r->enable));
   store_text(entry, "beacon_type", r->beacon_type);

@@ -31,7 +31,7 @@ constexpr SecurityMode kSecurityModes[] = {
     {"Shared", "Basic", "Both", false},
     {"WPA", "WPA", nullptr, false},
     {"WPA2", "WPA2", nullptr, false},
-    {"WPA2", "11i", nullptr, false},  // the platform's older name; a write of "WPA2" finds the row above
+    {"WPA2", "11i", nullptr, false},  // TR-098's name for WPA2; a write of "WPA2" finds the row above
     {"WPA/WPA2", "WPA/WPA2", nullptr, false},
     {"WPA3", "WPA3", nullptr, true},
     {"WPA2/WPA3", "WPA2/WPA3", nullptr, true},

@@ -19,77 +19,81 @@ end
 
 local function sent() return h.calls("ZoVelSetWLANDevice") end
 
+-- One test per mapping: every row on a fresh gateway, named in a failure by its row.
+local function each_row(rows, check)
+  for i, c in ipairs(rows) do
+    h.reset()
+    check(c, "row " .. i)
+  end
+end
+
 describe("wifiBasic mappings", function()
-  before_each(function() h.reset() end)
-
-  -- page mode -> beacon type, basic authentication mode written (the record had "OpenSystem")
-  for _, c in ipairs({ { "Open", "None", "OpenSystem" }, { "Shared", "Basic", "Both" }, { "WPA2", "WPA2", "OpenSystem" },
-    { "WPA/WPA2", "WPA/WPA2", "OpenSystem" }, { "WPA3", "WPA3", "OpenSystem" }, { "wpa2", "wpa2", "OpenSystem" } }) do
-    it("writes mode " .. c[1] .. " as beacon type " .. c[2], function()
-      h.edit_model(function(m) m.wlan[1].basic_auth = "OpenSystem" end)
-      assert.are.equal(0, v:set("wifiBasic", basic { wifi_2G_auth = c[1] }))
-      assert.are.same({ c[2], c[3] }, { sent()[1].beacon_type, sent()[1].basic_auth })
+  it("writes each page mode as its beacon type and, for Open and Shared, basic authentication", function()
+    each_row({ { "Open", "None", "OpenSystem" }, { "Shared", "Basic", "Both" }, { "WPA2", "WPA2", "-" },
+      { "WPA/WPA2", "WPA/WPA2", "-" }, { "WPA3", "WPA3", "-" }, { "wpa2", "wpa2", "-" } }, function(c, row)
+      h.edit_model(function(m) m.wlan[1].basic_auth = "-" end)
+      assert.are.equal(0, v:set("wifiBasic", basic { wifi_2G_auth = c[1] }), row)
+      assert.are.same({ c[2], c[3] }, { sent()[1].beacon_type, sent()[1].basic_auth }, row)
     end)
-  end
+  end)
 
-  for _, c in ipairs({ { "Basic", "Shared" }, { "WPA", "WPA" }, { "WPA2", "WPA2" }, { "11i", "WPA2" },
-    { "WPA/WPA2", "WPA/WPA2" }, { "WPA3", "WPA3" }, { "WPA2/WPA3", "WPA2/WPA3" }, { "None", "Open" }, { "", "Open" },
-    { "wpa2", "Open" }, { "WEP", "Open" } }) do
-    it("reads beacon type '" .. c[1] .. "' as " .. c[2], function()
+  it("reads each beacon type as the page's mode, exactly as written, Open otherwise", function()
+    each_row({ { "Basic", "Shared" }, { "WPA", "WPA" }, { "WPA2", "WPA2" }, { "11i", "WPA2" }, { "WPA/WPA2", "WPA/WPA2" },
+      { "WPA3", "WPA3" }, { "WPA2/WPA3", "WPA2/WPA3" }, { "None", "Open" }, { "", "Open" }, { "wpa2", "Open" },
+      { "WEP", "Open" } }, function(c, row)
       h.edit_model(function(m) m.wlan[1].beacon_type = c[1] end)
-      assert.are.equal(c[2], v:get("wifiBasic").auth1)
+      assert.are.equal(c[2], v:get("wifiBasic").auth1, row)
     end)
-  end
+  end)
 
-  -- mode, password, WEP level the record had -> WEP level written
-  for _, c in ipairs({ { "Shared", "abcde", "", "40-bit" }, { "Shared", string.rep("a", 10), "", "40-bit" },
-    { "Shared", string.rep("a", 13), "40-bit", "104-bit" }, { "Shared", string.rep("a", 26), "", "104-bit" },
-    { "Shared", string.rep("a", 8), "40-bit", "40-bit" }, { "Shared", "", "104-bit", "104-bit" },
-    { "WPA2", "abcde", "", "" } }) do
-    it("WEP level for a " .. #c[2] .. "-character key in mode " .. c[1] .. ": '" .. c[4] .. "'", function()
+  it("classifies a Shared key's length as its WEP level, keeping the old level otherwise", function()
+    -- mode, password, WEP level the record had -> WEP level written
+    each_row({ { "Shared", "abcde", "", "40-bit" }, { "Shared", ("a"):rep(10), "", "40-bit" },
+      { "Shared", ("a"):rep(13), "40-bit", "104-bit" }, { "Shared", ("a"):rep(26), "", "104-bit" },
+      { "Shared", ("a"):rep(8), "40-bit", "40-bit" }, { "Shared", "", "104-bit", "104-bit" },
+      { "WPA2", "abcde", "", "" } }, function(c, row)
       h.edit_model(function(m) m.wlan[1].wep_level = c[3] end)
       v:set("wifiBasic", basic { wifi_2G_auth = c[1], wifi_2G_passwd = c[2] })
-      assert.are.same({ c[4], c[2] }, { sent()[1].wep_level, sent()[1].passphrase })
+      assert.are.same({ c[4], c[2] }, { sent()[1].wep_level, sent()[1].passphrase }, row)
     end)
-  end
+  end)
 
-  -- mode, WPA encryption modes the record had -> written
-  for _, c in ipairs({ { "WPA2", "TKIPEncryption", "TKIPEncryption" }, { "WPA2", "", "TKIPandAESEncryption" },
-    { "WPA/WPA2", "AESEncryption", "AESEncryption" }, { "WPA", "aesencryption", "TKIPandAESEncryption" },
-    { "WPA3", "TKIPEncryption", "AESEncryption" }, { "WPA2/WPA3", "", "AESEncryption" },
-    { "Open", "TKIPEncryption", "TKIPEncryption" } }) do
-    it("mode " .. c[1] .. " with WPA encryption '" .. c[2] .. "' writes " .. c[3], function()
+  it("keeps a known WPA encryption, forces AES for WPA3 modes, TKIP and AES otherwise", function()
+    -- mode, WPA encryption modes the record had -> written
+    each_row({ { "WPA2", "TKIPEncryption", "TKIPEncryption" }, { "WPA2", "", "TKIPandAESEncryption" },
+      { "WPA/WPA2", "AESEncryption", "AESEncryption" }, { "WPA", "aesencryption", "TKIPandAESEncryption" },
+      { "WPA3", "TKIPEncryption", "AESEncryption" }, { "WPA2/WPA3", "", "AESEncryption" },
+      { "Open", "TKIPEncryption", "TKIPEncryption" } }, function(c, row)
       h.edit_model(function(m) m.wlan[1].wpa_encryption = c[2] end)
       v:set("wifiBasic", basic { wifi_2G_auth = c[1] })
-      assert.are.equal(c[3], sent()[1].wpa_encryption)
+      assert.are.equal(c[3], sent()[1].wpa_encryption, row)
     end)
-  end
+  end)
 
-  -- band, strength code, high-power class -> transmit power written, level and through-wall flag read back
-  for _, c in ipairs({ { 1, "1", 22, 60, 1, true }, { 1, "2", 0, 80, 2, false }, { 1, "3", 22, 100, 3, true },
-    { 1, "0", 0, 100, 3, false }, { 1, "x", 0, 100, 3, false }, { 1, "4", 21, 128, 4, true },
-    { 1, "4", 22, 160, 4, true }, { 1, "4", 23, 200, 4, true }, { 1, "4", 24, 100, 3, false },
-    { 1, "4", 0, 100, 3, false }, { 2, "4", 24, 125, 4, true }, { 2, "4", 25, 140, 4, true },
-    { 2, "4", 26, 200, 4, true }, { 2, "4", 22, 100, 3, false }, { 2, "1", 25, 60, 1, true } }) do
-    it(("band %d strength %s class %d writes %d, reads level %d"):format(c[1], c[2], c[3], c[4], c[5]), function()
+  it("writes each strength code as a power by band and high-power class, and reads it back", function()
+    -- band, strength code, high-power class -> transmit power written, level and through-wall flag read back
+    each_row({ { 1, "1", 22, 60, 1, true }, { 1, "2", 0, 80, 2, false }, { 1, "3", 22, 100, 3, true },
+      { 1, "0", 0, 100, 3, false }, { 1, "x", 0, 100, 3, false }, { 1, "4", 21, 128, 4, true },
+      { 1, "4", 22, 160, 4, true }, { 1, "4", 23, 200, 4, true }, { 1, "4", 24, 100, 3, false },
+      { 1, "4", 0, 100, 3, false }, { 2, "4", 24, 125, 4, true }, { 2, "4", 25, 140, 4, true },
+      { 2, "4", 26, 200, 4, true }, { 2, "4", 22, 100, 3, false }, { 2, "1", 25, 60, 1, true } }, function(c, row)
       h.edit_model(function(m) m.wlan[1].high_power_class = c[3]; m.wlan[3].high_power_class = c[3] end)
+      local t = basic { wifi_dualBand = "1", wifi_2G_enbl = "0", wifi_5G_enbl = "0" }
       local p = c[1] == 1 and "wifi_2G_" or "wifi_5G_"
-      local t = basic { wifi_dualBand = "1", wifi_5G_enbl = "0" }
-      if c[1] == 2 then t = basic { wifi_dualBand = "1", wifi_2G_enbl = "0" } end
       for k, x in pairs({ enbl = "1", ssid = "S", auth = "WPA2", passwd = "p", strength = c[2] }) do t[p .. k] = x end
-      assert.are.equal(0, v:set("wifiBasic", t))
-      assert.are.equal(c[4], sent()[c[1]].tx_power)
+      assert.are.equal(0, v:set("wifiBasic", t), row)
+      assert.are.equal(c[4], sent()[c[1]].tx_power, row)
       local r = v:get("wifiBasic")
-      assert.are.same({ c[5], c[6] }, { r["powerLevel" .. c[1]], r["wallPower" .. c[1]] })
+      assert.are.same({ c[5], c[6] }, { r["powerLevel" .. c[1]], r["wallPower" .. c[1]] }, row)
     end)
-  end
+  end)
 
-  for _, c in ipairs({ { 0, 1 }, { 70, 1 }, { 71, 2 }, { 90, 2 }, { 91, 3 }, { 100, 3 }, { 101, 4 } }) do
-    it("transmit power " .. c[1] .. " reads as level " .. c[2], function()
+  it("reads each transmit power as its level", function()
+    each_row({ { 0, 1 }, { 70, 1 }, { 71, 2 }, { 90, 2 }, { 91, 3 }, { 100, 3 }, { 101, 4 } }, function(c, row)
       h.edit_model(function(m) m.wlan[1].tx_power = c[1] end)
-      assert.are.equal(c[2], v:get("wifiBasic").powerLevel1)
+      assert.are.equal(c[2], v:get("wifiBasic").powerLevel1, row)
     end)
-  end
+  end)
 end)
 
 describe("wifiBasic band procedure", function()
@@ -199,32 +203,32 @@ describe("wifiBasic read", function()
     assert.are.same({ dualBand = false, wifi6 = 1 }, v:get("wifiBasic"))
   end)
 
-  -- standards, SupportedBeaconType answer (nil: the model's) -> wifi6
-  for _, c in ipairs({ { "802.11n,802.11ax", "int32 1", 1 }, { "802.11b/g/n/ax", nil, 1 }, { "802.11b/g/n", "'WPA2,WPA3'", 1 },
-    { "802.11b/g/n", "'None,WPA2'", 0 }, { "802.11b/g/n", "int32 3", 0 }, { "802.11b/g/n", false, 0 } }) do
-    it(("wifi6 from standards %s and beacon types %s"):format(c[1], tostring(c[2])), function()
+  it("counts 802.11ax, else a WPA3 beacon type, as Wi-Fi 6; a wrong-typed or absent value as none", function()
+    -- standards, SupportedBeaconType answer (nil: the model's) -> wifi6
+    each_row({ { "802.11n,802.11ax", "int32 1", 1 }, { "802.11b/g/n/ax", nil, 1 }, { "802.11b/g/n", "'WPA2,WPA3'", 1 },
+      { "802.11b/g/n", "'None,WPA2'", 0 }, { "802.11b/g/n", "int32 3", 0 }, { "802.11b/g/n", false, 0 } }, function(c, row)
       h.edit_model(function(m) m.wifi.standards = c[1] end)
       if c[2] ~= nil then h.sim.answer_property(WIFI_INFO[1], WIFI_INFO[2], "SupportedBeaconType", c[2]) end
-      assert.are.equal(c[3], v:get("wifiBasic").wifi6)
+      assert.are.equal(c[3], v:get("wifiBasic").wifi6, row)
     end)
-  end
+  end)
 end)
 
 describe("wifiSsid", function()
   before_each(function() h.reset() end)
 
-  -- 2.4 GHz enabled, 5 GHz enabled (nil: no such record) -> SSID chosen
-  for _, c in ipairs({ { 1, 1, "Velmont-3F10" }, { 0, 1, "Velmont-3F10-5G" }, { 0, 0, "Velmont-3F10" },
-    { nil, 0, "Velmont-3F10-5G" } }) do
-    it(("2.4 GHz %s, 5 GHz %s: %s"):format(tostring(c[1]), tostring(c[2]), c[3]), function()
+  it("chooses an enabled 2.4 GHz network, else an enabled 5 GHz one, else the 2.4 GHz one", function()
+    -- 2.4 GHz enabled (nil: no such record), 5 GHz enabled -> SSID chosen, also without dual band
+    each_row({ { 1, 1, "Velmont-3F10" }, { 0, 1, "Velmont-3F10-5G" }, { 0, 0, "Velmont-3F10" },
+      { nil, 0, "Velmont-3F10-5G" } }, function(c, row)
       h.edit_model(function(m)
         m.wifi.dual_band = false
         m.wlan[3].enable = c[2]
         if c[1] then m.wlan[1].enable = c[1] else table.remove(m.wlan, 1) end
       end)
-      assert.are.equal(c[3], v:get("wifiSsid").ssid)
+      assert.are.equal(c[3], v:get("wifiSsid").ssid, row)
     end)
-  end
+  end)
 
   it("a gateway without Wi-Fi or without the two SSIDs still reports product class and LAN address", function()
     h.edit_model(function(m) m.device.has_wifi = false; m.device.product_class = string.rep("P", 30) end)
@@ -251,14 +255,14 @@ describe("wifiAdv", function()
   end
   local function written() return h.calls("ZoVelSetWiFiTimer") end
 
-  for _, c in ipairs({ { "8:5", "08:05" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" },
-    { ":30", "00:00" }, { "7", "07:00" }, { "23:59:5", "23:59:5" } }) do
-    it("shows a stored time '" .. c[1] .. "' as " .. c[2], function()
+  it("pads short stored times as hour and minute and shows longer ones as stored", function()
+    each_row({ { "8:5", "08:05" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
+      { "7", "07:00" }, { "23:59:5", "23:59:5" } }, function(c, row)
       timer { start_time = c[1], end_time = c[1], enable = 3 }
       local r = v:get("wifiAdv")
-      assert.are.same({ 3, c[2], c[2] }, { r.timerEnbl, r.startTime, r.endTime })
+      assert.are.same({ 3, c[2], c[2] }, { r.timerEnbl, r.startTime, r.endTime }, row)
     end)
-  end
+  end)
 
   it("shows the local time, and a cleared record when the timer cannot be read", function()
     h.sim.pin_clock(1709967902)
@@ -295,18 +299,19 @@ describe("wifiAdv", function()
     assert.are.equal(1, #written())
   end)
 
-  -- dual band (a GVariant text, false: no value), listing fails, extra records -> mask
-  for _, c in ipairs({ { "true", false, nil, 17 }, { "false", false, nil, 1 }, { "int32 1", false, nil, 1 },
-    { false, false, nil, 1 }, { "true", true, nil, 0 },
-    { "true", false, { { id = 40, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } }, 0x80000011 } }) do
-    it(("SSID mask %d with DualBand %s"):format(c[4], tostring(c[1])), function()
-      if c[3] then h.edit_model(function(m) for _, e in ipairs(c[3]) do m.wlan[#m.wlan + 1] = e end end) end
-      h.sim.answer_property(WIFI_INFO[1], WIFI_INFO[2], "DualBand", c[1])
-      if c[2] then h.sim.fail("ZoVelGetWLANDeviceObjs", -1) end
-      assert.are.equal(0, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }))
-      assert.are.equal(c[4], written()[1].ssid_mask)
-    end)
-  end
+  it("switches the main SSIDs by their instance numbers, the 5 GHz one only with dual band", function()
+    -- dual band (a GVariant text, false: no value), listing fails, extra records -> mask
+    each_row({ { "true", false, nil, 17 }, { "false", false, nil, 1 }, { "int32 1", false, nil, 1 },
+      { false, false, nil, 1 }, { "true", true, nil, 0 },
+      { "true", false, { { id = 40, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } }, 0x80000011 } },
+      function(c, row)
+        if c[3] then h.edit_model(function(m) for _, e in ipairs(c[3]) do m.wlan[#m.wlan + 1] = e end end) end
+        h.sim.answer_property(WIFI_INFO[1], WIFI_INFO[2], "DualBand", c[1])
+        if c[2] then h.sim.fail("ZoVelGetWLANDeviceObjs", -1) end
+        assert.are.equal(0, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }), row)
+        assert.are.equal(c[4], written()[1].ssid_mask, row)
+      end)
+  end)
 
   it("a failed timer read returns its code before any field is read; a failed write returns its code", function()
     h.sim.fail("ZoVelGetWiFiTimer", -9, 1)

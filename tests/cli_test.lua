@@ -30,6 +30,20 @@ describe("the velconfig tool", function()
     assert.are.equal(3, saved.device.boot_count)
   end)
 
+  it("a Wi-Fi write shows in the pages of later runs", function()
+    local function answer(...)
+      local status, out = run(state, ...)
+      assert.are.equal(0, status)
+      return cjson.decode(out)
+    end
+    assert.are.equal(0, answer("set", "wifiBasic", "wifi_dualBand=0", "wifi_2G_enbl=1", "wifi_2G_ssid=Home",
+      "wifi_2G_auth=Open", "wifi_2G_passwd=", "wifi_2G_strength=1"))
+    assert.are.equal(0, answer("set", "wifiAdv", "wifi_timing=1", "start_time=7:5", "end_time=22:00"))
+    local ssid, basic, timer = answer("get", "wifiSsid"), answer("get", "wifiBasic"), answer("get", "wifiAdv")
+    assert.are.same({ "Home", "None", "Open", 1, 1, "07:05" },
+      { ssid.ssid, ssid.bType, basic.auth1, basic.powerLevel1, timer.timerEnbl, timer.startTime })
+  end)
+
   it("saves a private state file", function()
     assert.are.equal(0, (run(state, "set", "reboot")))
     local _, mode = h.shell("stat -c %a " .. quote(state))

@@ -46,8 +46,9 @@ void system_time(char (&out)[64]) {
   time_t now = static_cast<time_t>(wall_clock_now());
   struct tm local;
   if (localtime_r(&now, &local) == nullptr) return;
-  snprintf(out, sizeof out, "%d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900, local.tm_mon + 1,
-           local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  // The year in a wider type: a clock far in the future has tm_year near INT_MAX.
+  snprintf(out, sizeof out, "%ld-%02d-%02d %02d:%02d:%02d", static_cast<long>(local.tm_year) + 1900,
+           local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
 }
 
 // The SSIDs the timer switches: the first of the 2.4 GHz radio and, on a dual-band

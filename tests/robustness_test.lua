@@ -80,7 +80,7 @@ describe("hostile input", function()
       "ZoVelSysCmdLocalRecovery", "ZoVelDBusCallMethod", "ZoVelAddPortMapping", "ZoVelDelPortMapping",
       "ZoVelAddDDNSServerInstance", "ZoVelSetDDNSServerInstance", "ZoVelDelDDNSServerInstance",
       "ZoVelListApp", "ZoVelStartApp", "ZoVelPostMsg", "ZoVelSysCmdCheckUAPasswd", "ZoVelSysCmdSetUAPasswd",
-      "ZoVelSysCmdCheckTAPasswd" }
+      "ZoVelSysCmdCheckTAPasswd", "ZoVelSetWLANDevice", "ZoVelGetWiFiInfo", "ZoVelGetWiFiTimer", "ZoVelSetWiFiTimer" }
     for _, op in ipairs(ops) do h.sim.fail(op, -9) end
     for _, key in ipairs(GET_KEYS) do
       local ok, err = pcall(v.get, v, key, "1", "1")

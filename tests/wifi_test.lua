@@ -126,14 +126,15 @@ describe("wifiBasic band procedure", function()
   end)
 
   it("cuts the SSID at 32 and the password at 63 characters, and keeps the platform's own bytes", function()
-    local bytes = string.rep("ab", 98)
-    h.edit_model(function(m) m.wlan[1].platform_bytes = bytes end)
+    -- every range the record leaves to the platform (3, 8, 23 and 64 bytes)
+    local bytes = { ["289"] = ("a1"):rep(3), ["296"] = ("b2"):rep(8), ["465"] = ("c3"):rep(23), ["560"] = ("d4"):rep(64) }
+    h.edit_model(function(m) m.wlan[1].reserved = bytes end)
     assert.are.equal(0, v:set("wifiBasic", basic { wifi_2G_ssid = string.rep("s", 40), wifi_2G_passwd = string.rep("p", 70),
       wifi_2G_auth = string.rep("A", 20) }))
     local s = sent()[1]
     assert.are.same({ string.rep("s", 32), string.rep("p", 63), string.rep("A", 15), bytes, "2.4G-1", "b,g,n,ax", 22 },
-      { s.ssid, s.passphrase, s.beacon_type, s.platform_bytes, s.band_label, s.standard, s.high_power_class })
-    assert.are.equal(bytes, h.model().wlan[1].platform_bytes)
+      { s.ssid, s.passphrase, s.beacon_type, s.reserved, s.band_label, s.standard, s.high_power_class })
+    assert.are.same(bytes, h.model().wlan[1].reserved)
   end)
 
   it("a missing field raises when read, before any band is sent", function()
@@ -284,14 +285,14 @@ describe("wifiAdv", function()
   end)
 
   it("switching off keeps the stored times and the platform's part, and recomputes the mask", function()
-    local part = string.rep("5a", 256)
-    timer { enable = 1, ssid_mask = 2, platform_part = part, repeat_mode = "WEEK" }
+    local part = { ["0"] = ("5a"):rep(256) }
+    timer { enable = 1, ssid_mask = 2, reserved = part, repeat_mode = "WEEK" }
     local seen = {}
     assert.are.equal(0, v:set("wifiAdv", watched({ wifi_timing = "0" }, seen)))
     assert.are.same({ "wifi_timing" }, seen)
     assert.are.same({ { op = "ZoVelSetWiFiTimer", start_time = "23:00", end_time = "07:00", repeat_mode = "DAY",
-      enable = 0, ssid_mask = 17, platform_part = part } }, written())
-    assert.are.equal(part, h.model().wifi.timer.platform_part)
+      enable = 0, ssid_mask = 17, reserved = part } }, written())
+    assert.are.same(part, h.model().wifi.timer.reserved)
   end)
 
   it("switching on reads the times, cut at 7 characters, and stores the page's value", function()

@@ -27,6 +27,8 @@
 namespace velsim {
 namespace {
 
+constexpr size_t kKeptExchanges = 1000;
+
 constexpr size_t kHeaderBytes = 4;
 constexpr size_t kRequestLimit = size_t{64} * 1024;
 constexpr int kRequestWaitMs = 5000;  // for the rest of a request that has begun
@@ -47,7 +49,10 @@ struct Peer {
   std::string scripted;
   int pieces = 1;
   int pause_ms = 0;
+  // The newest exchanges (at most kKeptExchanges, so a long-lived process does not
+  // grow with them) and how many were served since the last reset.
   std::vector<CloudExchange> exchanges;
+  size_t served = 0;
   std::atomic<int> timeout_ms{kDefaultTimeoutMs};
 };
 
@@ -196,6 +201,8 @@ void serve(int listener) {
       std::lock_guard<std::mutex> guard(p.lock);
       try {
         p.exchanges.push_back(exchange);
+        if (p.exchanges.size() > kKeptExchanges) p.exchanges.erase(p.exchanges.begin());
+        ++p.served;
       } catch (...) {
       }
       p.busy = false;
@@ -304,7 +311,7 @@ void cloud_refuse() { set_mode(Mode::kRefuse, "", 1, 0); }
 std::vector<CloudExchange> cloud_exchanges(size_t n, int wait_ms) {
   Peer& p = peer();
   std::unique_lock<std::mutex> guard(p.lock);
-  p.progress.wait_for(guard, std::chrono::milliseconds(wait_ms), [&] { return p.exchanges.size() >= n; });
+  p.progress.wait_for(guard, std::chrono::milliseconds(wait_ms), [&] { return p.served >= n; });
   return p.exchanges;
 }
 
@@ -320,6 +327,7 @@ void reset_cloud() {
   p.pieces = 1;
   p.pause_ms = 0;
   p.exchanges.clear();
+  p.served = 0;
   p.timeout_ms = kDefaultTimeoutMs;
 }
 

@@ -132,17 +132,21 @@ end
 -- v:set(key, input) called as set_error calls it (Lua 5.1 and LuaJIT name the
 -- argument and the function differently): a stand-in for set, called the same way,
 -- raises luaL_argerror with message.
-function M.library_set_error(message)
+function M.library_set_error(message, without_input)
   local probe = { set = sim.argument_error(message) }
-  local ok, err = pcall(function() return probe:set("key", {}) end)
+  local ok, err = pcall(function()
+    if without_input then return probe:set("key") end
+    return probe:set("key", {})
+  end)
   assert(not ok)
   return M.without_position(err)
 end
 
 -- The field reader's complaint about a field that is not text, as luaL_checklstring
 -- words it, as a pattern of the whole message.
-function M.field_error(got)
-  return "^" .. M.library_set_error("string expected, got " .. got):gsub("%p", "%%%0") .. "$"
+-- without_input: the call gave the key only (the field is then looked up on it).
+function M.field_error(got, without_input)
+  return "^" .. M.library_set_error("string expected, got " .. got, without_input):gsub("%p", "%%%0") .. "$"
 end
 
 return M

@@ -34,8 +34,9 @@ void normalise_time(std::string_view stored, char (&out)[kTimeRoom]) {
   char hour[4] = {};
   char minute[4] = {};
   copy_text(text, stored);
-  // A part the pattern does not reach stays empty and counts as 0.
-  sscanf(text, "%3[^:]:%3[^:]", hour, minute);
+  // A part the pattern does not reach stays empty and counts as 0, so the count of
+  // fields read does not matter.
+  (void)sscanf(text, "%3[^:]:%3[^:]", hour, minute);
   snprintf(out, sizeof out, "%02d:%02d", decimal_value(hour), decimal_value(minute));
 }
 

@@ -9,11 +9,9 @@
 #include <vector>
 
 #include "fuzz/fuzz_input.h"
+#include "fuzz/lua_harness.h"
 #include "module/dispatch.h"
-#include "sim/cloud.h"
 #include "sim/sim.h"
-
-extern "C" int luaopen_velconfig(lua_State* L);
 
 namespace {
 
@@ -65,18 +63,8 @@ const char* const kFieldNames[] = {"op",
                                    "config"};
 
 void setup() {
-  const char* tmp = getenv("TMPDIR");
-  std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/velconfig-fuzz-XXXXXX";
-  char* root = pattern.data();
-  if (mkdtemp(root) == nullptr) abort();
-  velsim::set_file_root(root);
-  velsim::pin_clock(1700000000);
-  // A reshaped model may point "LocalPort" at a silent port: keep such waits short.
-  velsim::set_app_market_timeout(100);
-  L = luaL_newstate();
-  luaL_openlibs(L);
-  luaopen_velconfig(L);
-  lua_setglobal(L, "velconfig_module");
+  // The harness also keeps a reshaped model's silent "LocalPort" from holding an input.
+  L = velfuzz::module_state();
   auto [gets, get_count] = velconfig::get_keys();
   for (size_t i = 0; i < get_count; ++i) get_names.emplace_back(gets[i].key);
   auto [sets, set_count] = velconfig::set_keys();

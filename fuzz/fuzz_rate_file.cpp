@@ -5,6 +5,7 @@
 #include <string>
 
 #include "fuzz/fuzz_input.h"
+#include "fuzz/lua_harness.h"
 #include "platform/seams.h"
 #include "sim/sim.h"
 #include "status/rate_file.h"
@@ -14,11 +15,7 @@ namespace {
 std::string rate_path;
 
 void setup() {
-  const char* tmp = getenv("TMPDIR");
-  std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/velconfig-fuzz-XXXXXX";
-  char* root = pattern.data();
-  if (mkdtemp(root) == nullptr) abort();
-  velsim::set_file_root(root);
+  velfuzz::scratch_file_root();
   char path[512];
   if (!velconfig::gateway_file_path("/tmp/lanhostsrate", path, sizeof path)) abort();
   rate_path = path;

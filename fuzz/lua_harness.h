@@ -14,14 +14,19 @@ extern "C" int luaopen_velconfig(lua_State* L);
 
 namespace velfuzz {
 
-inline lua_State* module_state() {
-  static lua_State* L = nullptr;
-  if (L != nullptr) return L;
+// A new scratch folder under $TMPDIR as the simulator's file root.
+inline void scratch_file_root() {
   const char* tmp = getenv("TMPDIR");
   std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/velconfig-fuzz-XXXXXX";
   char* root = pattern.data();
   if (mkdtemp(root) == nullptr) abort();
   velsim::set_file_root(root);
+}
+
+inline lua_State* module_state() {
+  static lua_State* L = nullptr;
+  if (L != nullptr) return L;
+  scratch_file_root();
   velsim::pin_clock(1700000000);
   // A silent peer must not hold an input for the full 20 seconds.
   velsim::set_app_market_timeout(100);

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_common.h"
 #include "common/result.h"
 #include "platform/zovel.h"
 #include "sim/sim.h"
@@ -86,12 +87,6 @@ __attribute__((noinline)) void build_floor(lua_State* L, const std::vector<Row>&
   velconfig::set_number(L, "fileNum", n);
 }
 
-double seconds_now() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
-}
-
 void remove_all(const std::string& root, const std::string& folder) {
   for (int i = 0; i < kFiles; ++i) {
     char name[64];
@@ -108,21 +103,13 @@ void remove_all(const std::string& root, const std::string& folder) {
 
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "time";
-  long calls = argc > 2 ? strtol(argv[2], nullptr, 10) : 20;
-  if (calls <= 0 || calls > 100000000) {
-    fprintf(stderr, "usage: bench_files [mode] [calls > 0]\n");
-    return 2;
-  }
-  int n = static_cast<int>(calls);
+  int n = velbench::call_count(argc, argv, 20, "bench_files [mode] [calls > 0]");
+  if (n == 0) return 2;
 
   // A USB disk is a real file system; the benchmark's sits in memory where it can, so
   // the figure is the listing's work rather than the host's disk.
-  char shm_root[] = "/dev/shm/velconfig-bench-XXXXXX";
-  char tmp_root[] = "/tmp/velconfig-bench-XXXXXX";
-  const char* made = mkdtemp(shm_root);
-  if (made == nullptr) made = mkdtemp(tmp_root);
-  if (made == nullptr) return 1;
-  std::string root = made;
+  std::string root = velbench::scratch_root();
+  if (root.empty()) return 1;
   velsim::set_file_root(root);
   std::string folder = root + kFolder;
   mkdir((root + "/mnt").c_str(), 0700);
@@ -170,23 +157,23 @@ int main(int argc, char** argv) {
   if (timing || strcmp(mode, "list") == 0) {
     for (int i = 0; i < n; ++i) {
       velsim::clear_journal();
-      double t0 = seconds_now();
+      double t0 = velbench::seconds_now();
       CALLGRIND_TOGGLE_COLLECT;
       call_sub_files(L);
       lua_pop(L, 1);
       CALLGRIND_TOGGLE_COLLECT;
-      list_time += seconds_now() - t0;
+      list_time += velbench::seconds_now() - t0;
       lua_gc(L, LUA_GCCOLLECT, 0);
     }
   }
   if (timing || strcmp(mode, "floor") == 0) {
     for (int i = 0; i < n; ++i) {
-      double t0 = seconds_now();
+      double t0 = velbench::seconds_now();
       CALLGRIND_TOGGLE_COLLECT;
       build_floor(L, rows);
       lua_pop(L, 1);
       CALLGRIND_TOGGLE_COLLECT;
-      floor_time += seconds_now() - t0;
+      floor_time += velbench::seconds_now() - t0;
       lua_gc(L, LUA_GCCOLLECT, 0);
     }
   }
@@ -196,7 +183,7 @@ int main(int argc, char** argv) {
     // them. What is left of subFiles is the module's own cost.
     double platform_time = 0;
     for (int i = 0; i < n; ++i) {
-      double t0 = seconds_now();
+      double t0 = velbench::seconds_now();
       uint32_t count = 0;
       int32_t status = 1;
       ZoVel_NAS_GetFileNum(kFolder, &count, &status, nullptr);
@@ -204,7 +191,7 @@ int main(int argc, char** argv) {
       status = 1;
       ZoVel_NAS_ListFolder(kFolder, 1, count, &entries, &status, nullptr);
       g_free(entries);
-      platform_time += seconds_now() - t0;
+      platform_time += velbench::seconds_now() - t0;
     }
     double per_file = 1e6 / n / kFiles;
     printf("subFiles  %.3f us/file\nfloor     %.3f us/file\nratio     %.2f\n", list_time * per_file,

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_common.h"
 #include "common/result.h"
 #include "sim/sim.h"
 
@@ -153,29 +154,17 @@ size_t peak_stack(lua_State* L, void (*body)(lua_State*)) {
   return sizeof stack - low;
 }
 
-double seconds_now() {
-  timespec ts;
-  clock_gettime(CLOCK_MONOTONIC, &ts);
-  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   const char* mode = argc > 1 ? argv[1] : "time";
-  long calls = argc > 2 ? strtol(argv[2], nullptr, 10) : 1000;
-  if (calls <= 0 || calls > 100000000) {
-    fprintf(stderr, "usage: bench_hosts [time|hosts|floor] [calls > 0]\n");
-    return 2;
-  }
-  int n = static_cast<int>(calls);
+  int n = velbench::call_count(argc, argv, 1000, "bench_hosts [time|hosts|floor] [calls > 0]");
+  if (n == 0) return 2;
 
   // The gateway's /tmp is in memory; so is the benchmark's file root where it can be.
-  char shm_root[] = "/dev/shm/velconfig-bench-XXXXXX";
-  char tmp_root[] = "/tmp/velconfig-bench-XXXXXX";
-  const char* root = mkdtemp(shm_root);
-  if (root == nullptr) root = mkdtemp(tmp_root);
-  if (root == nullptr) return 1;
+  std::string scratch = velbench::scratch_root();
+  if (scratch.empty()) return 1;
+  const char* root = scratch.c_str();
   velsim::set_file_root(root);
   std::string folder = std::string(root) + "/tmp";
   mkdir(folder.c_str(), 0700);
@@ -231,22 +220,22 @@ int main(int argc, char** argv) {
     for (int i = 0; i < n; ++i) {
       advance_clock();
       velsim::clear_journal();
-      double t0 = seconds_now();
+      double t0 = velbench::seconds_now();
       CALLGRIND_TOGGLE_COLLECT;
       call_hosts_info(L);
       lua_pop(L, 1);
       CALLGRIND_TOGGLE_COLLECT;
-      hosts_time += seconds_now() - t0;
+      hosts_time += velbench::seconds_now() - t0;
     }
   }
   if (timing || strcmp(mode, "floor") == 0) {
     for (int i = 0; i < n; ++i) {
-      double t0 = seconds_now();
+      double t0 = velbench::seconds_now();
       CALLGRIND_TOGGLE_COLLECT;
       build_floor(L, rows, client);
       lua_pop(L, 1);
       CALLGRIND_TOGGLE_COLLECT;
-      floor_time += seconds_now() - t0;
+      floor_time += velbench::seconds_now() - t0;
     }
   }
   if (timing) {

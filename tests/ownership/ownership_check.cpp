@@ -19,18 +19,9 @@
 #include "platform/zovel.h"
 #include "sim/files.h"
 #include "sim/sim.h"
+#include "tests/check.h"
 
 namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                            \
-  do {                                                                         \
-    if (!(cond)) {                                                             \
-      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-      ++failures;                                                              \
-    }                                                                          \
-  } while (0)
 
 using namespace velconfig;
 
@@ -211,6 +202,6 @@ int main() {
 
   const char* argv[] = {"rm", "-rf", dir, nullptr};
   run_command(argv, 10000);
-  if (failures != 0) fprintf(stderr, "%d checks failed\n", failures);
-  return failures == 0 ? 0 : 1;
+  if (velcheck::failures != 0) fprintf(stderr, "%d checks failed\n", velcheck::failures);
+  return velcheck::failures == 0 ? 0 : 1;
 }

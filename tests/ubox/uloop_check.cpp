@@ -13,17 +13,9 @@
 
 #include <initializer_list>
 
+#include "tests/check.h"
+
 namespace {
-
-int failures = 0;
-
-#define CHECK(cond)                                                            \
-  do {                                                                         \
-    if (!(cond)) {                                                             \
-      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-      ++failures;                                                              \
-    }                                                                          \
-  } while (0)
 
 int64_t now_ms() {
   struct timespec ts;
@@ -201,6 +193,6 @@ int main() {
   check_delete_drops_events();
   check_timeouts();
   check_usock();
-  if (failures != 0) fprintf(stderr, "%d checks failed\n", failures);
-  return failures == 0 ? 0 : 1;
+  if (velcheck::failures != 0) fprintf(stderr, "%d checks failed\n", velcheck::failures);
+  return velcheck::failures == 0 ? 0 : 1;
 }

@@ -12,7 +12,7 @@ DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjanss
 LINT_DEBS := clang-tidy cppcheck lua-check
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: install lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -36,6 +36,13 @@ configure: setup
 
 build: configure
 	cmake --build $(BUILD) -j$(JOBS)
+
+# Installs the tools under PREFIX (DESTDIR=... stages them elsewhere, as packagers do).
+PREFIX ?= /usr/local
+install: setup
+	cmake -S . -B $(BUILD) -DVELCONFIG_WERROR=$(WERROR) -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake --build $(BUILD) -j$(JOBS)
+	cmake --install $(BUILD)
 
 run: build
 	$(BUILD)/velconfig get allInfo

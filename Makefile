@@ -12,7 +12,7 @@ DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjanss
 LINT_DEBS := clang-tidy cppcheck lua-check
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: install lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: install package lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -23,8 +23,8 @@ define install_missing
 	  done); \
 	if [ -n "$$missing" ]; then \
 	  echo "Installing missing packages:" $$missing; \
-	  $(SUDO) apt-get update -qq && \
-	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	  $(SUDO) apt-get -o DPkg::Lock::Timeout=600 update -qq && \
+	  $(SUDO) env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y -qq $$missing; \
 	fi
 endef
 
@@ -43,6 +43,19 @@ install: setup
 	cmake -S . -B $(BUILD) -DVELCONFIG_WERROR=$(WERROR) -DCMAKE_INSTALL_PREFIX=$(PREFIX)
 	cmake --build $(BUILD) -j$(JOBS)
 	cmake --install $(BUILD)
+
+# The Debian package of the PC tools (checked with lintian) and the gateway archive
+# (the aarch64 module and the tool, laid out as on the gateway), from build folders of
+# their own: the package installs under /usr.
+PKG_BUILD ?= build-pkg
+GW_PKG_BUILD ?= build-pkg-gateway
+package: setup setup-arm64
+	$(call install_missing,lintian)
+	cmake -S . -B $(PKG_BUILD) -DCMAKE_INSTALL_PREFIX=/usr -DVELCONFIG_WERROR=$(WERROR)
+	cmake --build $(PKG_BUILD) -j$(JOBS)
+	cd $(PKG_BUILD) && rm -f velconfig_*.deb && cpack -G DEB
+	lintian --fail-on error --info $(PKG_BUILD)/velconfig_*.deb
+	JOBS=$(JOBS) tools/package/gateway.sh $(PKG_BUILD)/keys.json $(GW_PKG_BUILD)
 
 run: build
 	$(BUILD)/velconfig get allInfo

@@ -74,3 +74,53 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
   install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 endif()
+
+# Packages (make package): the PC tools as a Debian package, or for a gateway build the
+# files laid out as on the gateway's root file system, in a .tar.gz. Both take their
+# version from project().
+set(VELCONFIG_MAINTAINER "velconfig maintainers <maintainers@velconfig.invalid>"
+    CACHE STRING "Maintainer named in the packages")
+set(CPACK_PACKAGE_NAME velconfig)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT ${VELCONFIG_MAINTAINER})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "home gateway configuration module with a simulator and a CLI")
+if(VELCONFIG_PLATFORM STREQUAL "sim")
+  # Debian's own files for a package: its copyright and its changelog.
+  string(TIMESTAMP VELCONFIG_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)  # SOURCE_DATE_EPOCH when set
+  configure_file(tools/package/changelog.Debian.in ${CMAKE_CURRENT_BINARY_DIR}/changelog @ONLY)
+  add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
+                     COMMAND gzip -9 -n -c changelog > changelog.gz
+                     DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog COMMENT "Compressing the Debian changelog")
+  add_custom_target(velconfig_debian_changelog ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz)
+  install(FILES tools/package/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+  set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+  set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${VELCONFIG_MAINTAINER})
+  set(CPACK_PACKAGE_DESCRIPTION "velconfig is the Lua 5.1 extension module behind a home gateway's web
+management pages. This package holds the PC build: the module linked against
+a gateway simulator that keeps an editable model of one gateway, the velconfig
+command-line tool that calls the module's get and set and prints JSON, and a
+web console and JSON API over the simulated gateway on 127.0.0.1.")
+  # The libraries the files link come from dpkg-shlibdeps; the interpreter and the
+  # JSON module the tool loads are named here.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_CURRENT_BINARY_DIR}/sim)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "lua5.1, lua-cjson")
+  set(CPACK_DEBIAN_PACKAGE_SUGGESTS "lua-filesystem")
+else()
+  # The key catalogue comes from a PC build (the gateway build cannot run its generator).
+  set(VELCONFIG_GATEWAY_CATALOGUE "" CACHE FILEPATH "A PC build's keys.json to install with the gateway build")
+  if(VELCONFIG_GATEWAY_CATALOGUE)
+    install(FILES ${VELCONFIG_GATEWAY_CATALOGUE} DESTINATION ${VELCONFIG_INSTALL_SHARE} RENAME keys.json)
+  endif()
+  set(CPACK_GENERATOR TGZ)
+  set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
+  set(CPACK_SET_DESTDIR ON)
+  set(CPACK_PACKAGE_FILE_NAME velconfig-${PROJECT_VERSION}-gateway-${CMAKE_SYSTEM_PROCESSOR})
+endif()
+include(CPack)

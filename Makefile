@@ -12,7 +12,7 @@ DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjanss
 LINT_DEBS := clang-tidy cppcheck lua-check
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: install package lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: install deb package install-test lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -49,13 +49,21 @@ install: setup
 # their own: the package installs under /usr.
 PKG_BUILD ?= build-pkg
 GW_PKG_BUILD ?= build-pkg-gateway
-package: setup setup-arm64
-	$(call install_missing,lintian)
+deb: setup
 	cmake -S . -B $(PKG_BUILD) -DCMAKE_INSTALL_PREFIX=/usr -DVELCONFIG_WERROR=$(WERROR)
 	cmake --build $(PKG_BUILD) -j$(JOBS)
 	cd $(PKG_BUILD) && rm -f velconfig_*.deb && cpack -G DEB
+
+package: deb setup-arm64
+	$(call install_missing,lintian)
 	lintian --fail-on error --info $(PKG_BUILD)/velconfig_*.deb
 	JOBS=$(JOBS) tools/package/gateway.sh $(PKG_BUILD)/keys.json $(GW_PKG_BUILD)
+
+# The tools as installed, by `make install` and from the package, with the source and
+# build trees out of reach.
+install-test: build deb
+	$(call install_missing,curl)
+	tools/package/install-test.sh $(BUILD) $(PKG_BUILD)/velconfig_$$($(BUILD)/velconfig --version | cut -d' ' -f2)_$$(dpkg --print-architecture).deb
 
 run: build
 	$(BUILD)/velconfig get allInfo

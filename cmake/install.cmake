@@ -64,6 +64,17 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   install(FILES web/index.html web/console.css web/console.js DESTINATION ${VELCONFIG_INSTALL_SHARE}/web)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/keys.json sim/default_model.json DESTINATION ${VELCONFIG_INSTALL_SHARE})
 
+  # Bash completion of the commands and of the keys, from the key catalogue.
+  find_program(VELCONFIG_LUA_FOR_TOOLS NAMES lua5.1 luajit REQUIRED)
+  add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash
+                     COMMAND ${VELCONFIG_LUA_FOR_TOOLS} ${CMAKE_CURRENT_SOURCE_DIR}/tools/catalogue/completion.lua
+                             ${VELCONFIG_CATALOGUE} > velconfig.bash
+                     DEPENDS ${VELCONFIG_CATALOGUE} tools/catalogue/completion.lua
+                     COMMENT "Generating the bash completion")
+  add_custom_target(velconfig_completion ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+          RENAME velconfig)
+
   # The manual page, compressed without a time stamp as Debian keeps them.
   configure_file(tools/velconfig.1 ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1 @ONLY)
   add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1.gz

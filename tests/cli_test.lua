@@ -66,10 +66,47 @@ describe("the velconfig tool", function()
     assert.are.equal("192.168.5.1", cjson.decode(lan).lanIp)
   end)
 
-  it("reports a Lua error on stderr with status 1", function()
+  it("reports a Lua error on stderr with status 1, naming the field a write missed", function()
     local status, out, err = run(state, "set", "lan", "dhcpEnbl=1")
     assert.are.same({ 1, "" }, { status, out })
-    assert.are.equal("velconfig: " .. h.library_set_error("string expected, got nil") .. "\n", err)
+    assert.are.equal("velconfig: " .. h.library_set_error("string expected, got nil") .. "\n" ..
+      "velconfig: set lan needs the field oldLanIp; it reads table: dhcpEnbl, oldLanIp, lanIp, poolStart, poolEnd, " ..
+      "subnetMask (velconfig help lan)\n", err)
+    err = select(3, run(state, "set", "wifiBasic", "wifi_dualBand=0", "wifi_2G_enbl=1", "wifi_2G_ssid=X"))
+    assert.matches("needs the field wifi_2G_auth;", err, 1, true)
+  end)
+
+  it("helps from the key catalogue without touching the gateway", function()
+    local cases = {
+      { { "--help" }, 0, "  help KEY   what KEY takes and answers" },
+      { { "help" }, 0, "usage: velconfig" },
+      { { "keys" }, 0, "get hasWiFi\n" },
+      { { "keys" }, 0, "set logInfo\n" },
+      { { "help", "fileLists" }, 0, "velconfig get fileLists A1\n  arguments: a1: instance number" },
+      { { "help", "checkTAPasswd" }, 0, "velconfig set checkTAPasswd --text TEXT\n" },
+      { { "help", "wifiBasic" }, 0, "velconfig set wifiBasic NAME=VALUE ...\n  input:     table: wifi_dualBand" },
+      { { "help", "nosuch" }, 2, "" },
+    }
+    for _, c in ipairs(cases) do
+      local status, out = run(state, unpack(c[1]))
+      assert.are.equal(c[2], status, table.concat(c[1], " "))
+      assert.matches(c[3], out, 1, true)
+    end
+    assert.are.equal(62, select(2, select(2, run(state, "keys")):gsub("\n", "")))
+    assert.is_nil(io.open(state), "help read the state file")
+  end)
+
+  it("completes commands and keys in bash", function()
+    local script = os.getenv("VELCONFIG_TOOL"):match("^(.*/)") .. "velconfig.bash"
+    local function complete(...)
+      local words = { "velconfig", ... }
+      for i, w in ipairs(words) do words[i] = quote(w) end
+      return select(2, h.shell("bash -c " .. quote("source " .. quote(script) .. "; COMP_WORDS=(" ..
+        table.concat(words, " ") .. "); COMP_CWORD=" .. (#words - 1) .. '; _velconfig; echo "${COMPREPLY[*]}"')))
+    end
+    assert.are.equal("wifiBasic wifiAdv wifiSsid\n", complete("get", "wifi"))
+    assert.are.equal("rmBlackHost restore reboot registerloid\n", complete("-v", "--state", "f", "set", "r"))
+    assert.are.equal("help\n", complete("he"))
   end)
 
   it("lists numbered rows in numeric order", function()

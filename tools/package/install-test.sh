@@ -26,6 +26,9 @@ check_tree() {
   export XDG_STATE_HOME=$state HOME=$scratch/home
   out=$("$tool" --version) && [ "$out" = "velconfig $version" ] || fail "--version printed '$out'"
   out=$("$tool" get hasWiFi) && [ "$out" = 1 ] || fail "get hasWiFi printed '$out'"
+  out=$("$tool" help hasWiFi) && [[ $out == *"1 when the gateway has Wi-Fi"* ]] || fail "help printed '$out'"
+  gzip -t "$bin/../share/man/man1/velconfig.1.gz" && [ -f "$bin/../share/bash-completion/completions/velconfig" ] ||
+    fail "the manual page or the bash completion is missing"
   "$tool" dump > "$scratch/dump-$name.json" || fail "dump failed"
   lua5.1 -e 'local d = require("cjson").decode(io.read("*a"))
              assert(d.hasWiFi == 1 and type(d.allInfo) == "table" and d.gwInfo.ProductCls, "dump lacks keys")' \

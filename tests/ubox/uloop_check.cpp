@@ -158,7 +158,7 @@ void check_run_blocks_until_ended() {
 
   struct sigaction action = {};
   action.sa_handler = end_on_signal;  // no SA_RESTART: the wait is interrupted
-  sigaction(SIGALRM, &action, nullptr);
+  CHECK(sigaction(SIGALRM, &action, nullptr) == 0);
   uloop_init();
   uloop_timeout t = {};
   t.cb = do_nothing;
@@ -167,14 +167,15 @@ void check_run_blocks_until_ended() {
   struct itimerval alarm_at = {};
   alarm_at.it_value.tv_usec = 150000;
   int64_t start = now_ms();
-  setitimer(ITIMER_REAL, &alarm_at, nullptr);
+  CHECK(setitimer(ITIMER_REAL, &alarm_at, nullptr) == 0);
   uloop_run();
   int64_t took = now_ms() - start;
   CHECK(fired == 1 && uloop_cancelled);
   CHECK(took >= 140 && took < 5000);
   uloop_done();
   CHECK(uloop_fd_add(&p.watcher, ULOOP_READ) == -1);
-  signal(SIGALRM, SIG_DFL);
+  action.sa_handler = SIG_DFL;
+  CHECK(sigaction(SIGALRM, &action, nullptr) == 0);
   close(pair[0]);
   close(pair[1]);
 }

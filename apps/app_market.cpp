@@ -1,10 +1,12 @@
 // "getMallUrl": the app market's address, issued by the gateway's cloud client
 // daemon together with an access token and a MAC. One framed JSON request and one
 // framed JSON reply over TCP, inside a private libubox event loop with a time-out.
-// The whole exchange runs, and its loop is torn down, before the handler touches
+// The whole exchange runs, and its state leaves the loop, before the handler touches
 // Lua, so no Lua error can leave the loop's state or the socket behind.
 #include <errno.h>
+#include <glib.h>
 #include <poll.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
@@ -43,7 +45,14 @@ constexpr size_t kFrameRoom = 256;
 // this, however much the header announces.
 constexpr size_t kReplyLimit = size_t{64} * 1024;
 constexpr size_t kValueRoom = 64;
-constexpr size_t kUrlRoom = 576;
+constexpr size_t kMacRoom = 24;
+constexpr size_t kUrlHostRoom = 256;
+constexpr size_t kTokenRoom = 256;
+constexpr char kUrlFormat[] = "https://%s/appmarket?token=%s&MAC=%s";
+// Room for the longest address: every query byte may become a three-byte escape,
+// so the address is never cut.
+constexpr size_t kUrlRoom =
+    sizeof kUrlFormat + (kUrlHostRoom - 1) + 3 * (kTokenRoom - 1) + 3 * (kMacRoom - 1);
 constexpr size_t kHostRoom = 64;
 constexpr int64_t kNoPort = 65536;  // outside the valid range until read
 constexpr int64_t kHighestPort = 65535;
@@ -51,11 +60,12 @@ constexpr int64_t kHighestPort = 65535;
 constexpr const char* kConnectFailed = "创建获取URL的连接失败";
 constexpr const char* kReplyUnparsed = "解析命令类型参数失败";
 
-// The app market state: module-wide, one exchange at a time, cleared per call.
+// One exchange's state. It lives in the call (on the heap: the web server's stacks
+// are small), and the loop's callbacks find it from the handles embedded in it.
 struct AppMarketState {
-  char mac[24];
-  char url_host[256];
-  char token[256];
+  char mac[kMacRoom];
+  char url_host[kUrlHostRoom];
+  char token[kTokenRoom];
   char failure[128];
   uloop_fd watcher;
   uloop_timeout timeout;
@@ -64,22 +74,36 @@ struct AppMarketState {
   char reply[kHeaderBytes + kReplyLimit];
 };
 
-AppMarketState state;
+AppMarketState* state_of(uloop_fd* u) {
+  return reinterpret_cast<AppMarketState*>(reinterpret_cast<char*>(u) - offsetof(AppMarketState, watcher));
+}
+AppMarketState* state_of(uloop_timeout* t) {
+  return reinterpret_cast<AppMarketState*>(reinterpret_cast<char*>(t) - offsetof(AppMarketState, timeout));
+}
 
-void store_failure(const char* reason) { copy_text(state.failure, reason); }
+// Released with the call: its handles leave any loop first, so a loop that outlives
+// the call never holds a pointer into freed memory.
+void free_state(AppMarketState* s) {
+  uloop_timeout_cancel(&s->timeout);
+  if (s->watcher.registered) uloop_fd_delete(&s->watcher);
+  g_free(s);
+}
+using ScopedState = Scoped<AppMarketState, free_state>;
 
-void close_socket() {
-  if (state.watcher.fd < 0) return;
-  call_scope::release_descriptor(state.watcher.fd);
-  state.watcher.fd = -1;
+void store_failure(AppMarketState* s, const char* reason) { copy_text(s->failure, reason); }
+
+void close_socket(AppMarketState* s) {
+  if (s->watcher.fd < 0) return;
+  call_scope::release_descriptor(s->watcher.fd);
+  s->watcher.fd = -1;
 }
 
 // Ends the loop after a reply or a failure of the connection.
-void end_exchange() {
-  uloop_timeout_cancel(&state.timeout);
-  uloop_fd_delete(&state.watcher);
-  close_socket();
-  uloop_cancelled = true;
+void end_exchange(AppMarketState* s) {
+  uloop_timeout_cancel(&s->timeout);
+  uloop_fd_delete(&s->watcher);
+  close_socket(s);
+  uloop_end();
 }
 
 // Whether the non-blocking connect that just became writable succeeded.
@@ -89,10 +113,11 @@ bool connected(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
 }
 
-// Writes the whole frame, again after a partial write; false on an error (never
-// looping on one) or when the socket stays full for the time-out.
-bool send_all(int fd, const unsigned char* data, size_t size) {
-  int64_t deadline = monotonic_ms() + app_market_timeout_ms();
+// Writes the whole frame, again after a partial write, within the exchange's time
+// left; false on an error (never looping on one) or when the socket stays full.
+bool send_all(AppMarketState* s, const unsigned char* data, size_t size) {
+  int fd = s->watcher.fd;
+  int64_t deadline = monotonic_ms() + uloop_timeout_remaining(&s->timeout);
   size_t sent = 0;
   while (sent < size) {
     // MSG_NOSIGNAL: a peer that has gone away must not kill the web server.
@@ -114,59 +139,99 @@ bool send_all(int fd, const unsigned char* data, size_t size) {
 
 // How many bytes the reply frame has: the header and the length it announces, or
 // the most that is ever read while the header is still incomplete.
-size_t frame_length() {
-  if (state.received < kHeaderBytes) return kHeaderBytes + kReplyLimit;
-  const unsigned char* h = reinterpret_cast<const unsigned char*>(state.reply);
+size_t frame_length(const AppMarketState* s) {
+  if (s->received < kHeaderBytes) return kHeaderBytes + kReplyLimit;
+  const unsigned char* h = reinterpret_cast<const unsigned char*>(s->reply);
   size_t announced = (static_cast<size_t>(h[0]) << 24) | (static_cast<size_t>(h[1]) << 16) |
                      (static_cast<size_t>(h[2]) << 8) | h[3];
   return kHeaderBytes + (announced < kReplyLimit ? announced : kReplyLimit);
 }
 
-// Takes what the socket holds. True when the reply is complete, or when the peer
-// closed or failed before it was: then what arrived is all there is.
-bool receive_more(int fd) {
-  size_t room = frame_length() - state.received;
-  ssize_t n = recv(fd, state.reply + state.received, room, 0);
-  if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) return false;
-  if (n <= 0) return true;
-  state.received += static_cast<size_t>(n);
-  return state.received >= frame_length();
+enum class Received { kWaiting, kComplete, kCutShort };
+
+// Takes what the socket holds. A peer that closes (a read of 0) or fails before
+// the frame is whole has cut it short: what arrived is not the reply.
+Received receive_more(AppMarketState* s) {
+  size_t room = frame_length(s) - s->received;
+  ssize_t n = recv(s->watcher.fd, s->reply + s->received, room, 0);
+  if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) return Received::kWaiting;
+  if (n <= 0) return Received::kCutShort;
+  s->received += static_cast<size_t>(n);
+  return s->received >= frame_length(s) ? Received::kComplete : Received::kWaiting;
+}
+
+// A value that can go into the address as it is: no control character and no
+// space anywhere in it (judged over the whole JSON string, before any cut).
+bool url_safe(json_t* reply, const char* key) {
+  json_t* value = json_object_get(reply, key);
+  const char* text = json_string_value(value);
+  size_t length = json_string_length(value);
+  for (size_t i = 0; text != nullptr && i < length; ++i) {
+    unsigned char c = static_cast<unsigned char>(text[i]);
+    if (c <= 0x20 || c == 0x7f) return false;
+  }
+  return true;
+}
+
+// Reads text member key into dest, cut at a whole character when it does not fit;
+// -1 when it is absent, not a string, or holds a control character or a space.
+template <size_t N>
+int32_t read_url_part(json_t* reply, const char* key, char (&dest)[N]) {
+  if (read_json_text(reply, key, dest) != 0 || !url_safe(reply, key)) {
+    memset(dest, 0, N);
+    return -1;
+  }
+  // A cut before a continuation byte splits a character: back to its first byte.
+  size_t n = strlen(dest);
+  const char* whole = json_string_value(json_object_get(reply, key));
+  if (n < json_string_length(json_object_get(reply, key))) {
+    while (n > 0 && (static_cast<unsigned char>(whole[n]) & 0xC0) == 0x80) --n;
+    memset(dest + n, 0, N - n);
+  }
+  return 0;
 }
 
 // Reads the reply's members in order; the first that fails stores its reason.
-void read_reply(json_t* reply) {
+void read_reply(AppMarketState* s, json_t* reply) {
   char value[kValueRoom] = {};
-  if (read_json_text(reply, "ID", value) != 0) return store_failure(kReplyUnparsed);
-  if (strcmp(value, kRequestId) != 0) return store_failure("返回ID与请求ID不一致");
+  if (read_json_text(reply, "ID", value) != 0) return store_failure(s, kReplyUnparsed);
+  if (strcmp(value, kRequestId) != 0) return store_failure(s, "返回ID与请求ID不一致");
   memset(value, 0, sizeof value);
-  if (read_json_text(reply, "Status", value) != 0) return store_failure("解析返回状态参数失败");
+  if (read_json_text(reply, "Status", value) != 0) return store_failure(s, "解析返回状态参数失败");
   if (decimal_value(value) != 0) {
-    if (read_json_text(reply, "FailReason", state.failure) != 0) store_failure("解析失败原因参数失败");
+    if (read_json_text(reply, "FailReason", s->failure) != 0) store_failure(s, "解析失败原因参数失败");
     return;
   }
-  if (read_json_text(reply, "URL", state.url_host) != 0) return store_failure("解析应用商城URL参数失败");
-  if (read_json_text(reply, "token", state.token) != 0) return store_failure("解析token参数失败");
-  if (read_json_text(reply, "MAC", state.mac) != 0) store_failure("解析MAC参数失败");
+  if (read_url_part(reply, "URL", s->url_host) != 0) return store_failure(s, "解析应用商城URL参数失败");
+  if (read_url_part(reply, "token", s->token) != 0) return store_failure(s, "解析token参数失败");
+  if (read_url_part(reply, "MAC", s->mac) != 0) store_failure(s, "解析MAC参数失败");
 }
 
 // The socket is readable: take the reply, and once it is whole, read it and end.
 void on_cloud_reply(uloop_fd* u, unsigned int) {
-  if (!state.reply_logged) {
+  AppMarketState* s = state_of(u);
+  if (!s->reply_logged) {
     ZoVelLog(kLogDebug, "Receive message from cloudclient and then to parse it");
-    state.reply_logged = true;
+    s->reply_logged = true;
   }
-  if (!receive_more(u->fd)) return;
-  size_t end = state.received < frame_length() ? state.received : frame_length();
-  size_t length = end > kHeaderBytes ? end - kHeaderBytes : 0;
+  Received got = receive_more(s);
+  if (got == Received::kWaiting) return;
+  if (got == Received::kCutShort) {
+    store_failure(s, kReplyUnparsed);
+    end_exchange(s);
+    return;
+  }
   // Called from the event loop: nothing may be thrown through it.
   try {
-    ScopedJson reply(json_loadb(state.reply + kHeaderBytes, length, 0, nullptr));
-    read_reply(reply.get());
+    // Bytes past the announced length are not part of the reply.
+    size_t end = s->received < frame_length(s) ? s->received : frame_length(s);
+    ScopedJson reply(json_loadb(s->reply + kHeaderBytes, end - kHeaderBytes, 0, nullptr));
+    read_reply(s, reply.get());
     reply.release();
   } catch (...) {
-    store_failure(kReplyUnparsed);
+    store_failure(s, kReplyUnparsed);
   }
-  end_exchange();
+  end_exchange(s);
 }
 
 // The connection became writable (or, for reading, readable): send the request once
@@ -176,77 +241,112 @@ void on_cloud_socket(uloop_fd* u, unsigned int events) {
     on_cloud_reply(u, events);
     return;
   }
+  AppMarketState* s = state_of(u);
   // A refused connection shows as writable with an error: nothing will answer.
   if (!connected(u->fd)) {
-    store_failure(kConnectFailed);
-    end_exchange();
+    store_failure(s, kConnectFailed);
+    end_exchange(s);
     return;
   }
   ZoVelLog(kLogDebug, "Send message to cloudclient to get token and mall URL");
   unsigned char frame[kFrameRoom] = {};
   size_t length = sizeof kRequest - 1;
   memcpy(frame + kHeaderBytes, kRequest, length);
-  // The time-out runs from the moment the connection is ready, not from the connect.
-  uloop_timeout_set(&state.timeout, app_market_timeout_ms());
   frame[0] = static_cast<unsigned char>(length >> 24);
   frame[1] = static_cast<unsigned char>(length >> 16);
   frame[2] = static_cast<unsigned char>(length >> 8);
   frame[3] = static_cast<unsigned char>(length);
-  if (!send_all(u->fd, frame, kHeaderBytes + length)) {
-    store_failure(kConnectFailed);
-    end_exchange();
+  if (!send_all(s, frame, kHeaderBytes + length)) {
+    store_failure(s, kConnectFailed);
+    end_exchange(s);
     return;
   }
   uloop_fd_delete(u);
   uloop_fd_add(u, ULOOP_READ);
 }
 
-// No reply within the time-out after sending.
-void on_cloud_timeout(uloop_timeout*) {
-  if (state.watcher.fd < 0) return;
+// No reply within the time-out of the exchange, which runs from the connect.
+void on_cloud_timeout(uloop_timeout* t) {
+  AppMarketState* s = state_of(t);
+  if (s->watcher.fd < 0) return;
   ZoVelLog(kLogNotice, "Receive message timeout, close resource.");
-  uloop_fd_delete(&state.watcher);
-  close_socket();
-  store_failure("获取应用商城URL超时");
-  uloop_cancelled = true;
+  uloop_fd_delete(&s->watcher);
+  close_socket(s);
+  store_failure(s, "获取应用商城URL超时");
+  uloop_end();
 }
 
-// Runs the private event loop over the connecting socket until a callback ends it,
-// and tears it down. The socket is closed when this returns.
-void run_exchange(int fd) {
-  state.watcher.fd = fd;
-  state.watcher.cb = on_cloud_socket;
-  if (uloop_init() == 0 && uloop_fd_add(&state.watcher, ULOOP_WRITE) == 0) {
+// Runs the exchange over the connecting socket until a callback ends it, and closes
+// the socket. A loop that already runs in this process (the web server's own) is
+// joined and left as it was found; only a loop made here is torn down.
+void run_exchange(AppMarketState* s, int fd) {
+  s->watcher.fd = fd;
+  s->watcher.cb = on_cloud_socket;
+  s->timeout.cb = on_cloud_timeout;
+  // Adding a watcher fails while no loop exists; then the loop is ours to make.
+  bool own_loop = uloop_fd_add(&s->watcher, ULOOP_WRITE) != 0;
+  if (own_loop && (uloop_init() != 0 || uloop_fd_add(&s->watcher, ULOOP_WRITE) != 0)) {
+    store_failure(s, kConnectFailed);
+  } else {
+    bool cancelled = uloop_cancelled;
+    uloop_timeout_set(&s->timeout, app_market_timeout_ms());
     try {
       uloop_run();
     } catch (...) {
       // Only the loop's own bookkeeping can throw (out of memory).
-      if (state.failure[0] == '\0') store_failure(kConnectFailed);
+      if (s->failure[0] == '\0') store_failure(s, kConnectFailed);
     }
-  } else {
-    store_failure(kConnectFailed);
+    // The host loop goes on as it was: our end of it must not end it.
+    if (!own_loop) uloop_cancelled = cancelled;
   }
-  uloop_done();
-  close_socket();
+  uloop_timeout_cancel(&s->timeout);
+  if (s->watcher.registered) uloop_fd_delete(&s->watcher);
+  if (own_loop) uloop_done();
+  close_socket(s);
+}
+
+// The token and the MAC as query values: every byte but the unreserved ones
+// (RFC 3986: letters, digits, "-._~") as %XX, so no value can add a parameter.
+void append_query_value(char* out, size_t cap, const char* value) {
+  size_t used = strlen(out);
+  for (const unsigned char* p = reinterpret_cast<const unsigned char*>(value); *p != 0; ++p) {
+    bool plain = g_ascii_isalnum(*p) || *p == '-' || *p == '.' || *p == '_' || *p == '~';
+    if (used + (plain ? 1 : 3) >= cap) return;
+    if (plain) {
+      out[used++] = static_cast<char>(*p);
+    } else {
+      snprintf(out + used, cap - used, "%%%02X", *p);
+      used += 3;
+    }
+  }
+  out[used] = '\0';
+}
+
+void build_url(const AppMarketState* s, char (&url)[kUrlRoom]) {
+  snprintf(url, sizeof url, "https://%s/appmarket?token=", s->url_host);
+  append_query_value(url, sizeof url, s->token);
+  size_t used = strlen(url);
+  snprintf(url + used, sizeof url - used, "&MAC=");
+  append_query_value(url, sizeof url, s->mac);
 }
 
 enum class Outcome { kSuccess, kFailure, kBadPort };
 
 // Everything the handler does before it builds its result; no Lua call. On success
 // url holds the market's address.
-Outcome request_market_url(char (&url)[kUrlRoom]) {
+Outcome request_market_url(AppMarketState* s, char (&url)[kUrlRoom]) {
   ZoVelNetworkInfo info = {};
   ZoVelGetNetworkInfo(&info);
   if (!equals_ignoring_case(field_text(info.ipv4_status), "connected") &&
       !equals_ignoring_case(field_text(info.ipv6_status), "connected")) {
-    store_failure("Internet网络未连接");
+    store_failure(s, "Internet网络未连接");
     return Outcome::kFailure;
   }
   ZoVelLog(kLogDebug, "WAN has connectd");
   char lan_ip[sizeof info.lan_ipv4 + 1] = {};
   copy_text(lan_ip, field_text(info.lan_ipv4));
   if (lan_ip[0] == '\0' || strcmp(lan_ip, "0.0.0.0") == 0) {
-    store_failure("本地IP错误");
+    store_failure(s, "本地IP错误");
     return Outcome::kFailure;
   }
 
@@ -266,19 +366,19 @@ Outcome request_market_url(char (&url)[kUrlRoom]) {
   int fd =
       cloud_client_host(lan_ip, host, sizeof host) ? usock(USOCK_TCP | USOCK_NONBLOCK, host, port_text) : -1;
   if (fd < 0) {
-    store_failure(kConnectFailed);
+    store_failure(s, kConnectFailed);
     return Outcome::kFailure;
   }
   call_scope::keep_descriptor(fd);
-  run_exchange(fd);
+  run_exchange(s, fd);
 
-  if (state.url_host[0] != '\0' && state.token[0] != '\0' && state.mac[0] != '\0') {
-    snprintf(url, sizeof url, "https://%s/appmarket?token=%s&MAC=%s", state.url_host, state.token, state.mac);
+  if (s->failure[0] == '\0' && s->url_host[0] != '\0' && s->token[0] != '\0' && s->mac[0] != '\0') {
+    build_url(s, url);
     return Outcome::kSuccess;
   }
-  if (state.failure[0] == '\0') {
-    store_failure(state.url_host[0] == '\0' ? "获取URL为空"
-                  : state.token[0] == '\0'  ? "获取token为空"
+  if (s->failure[0] == '\0') {
+    store_failure(s, s->url_host[0] == '\0' ? "获取URL为空"
+                     : s->token[0] == '\0'  ? "获取token为空"
                                             : "获取MAC为空");
   }
   return Outcome::kFailure;
@@ -289,15 +389,15 @@ Outcome request_market_url(char (&url)[kUrlRoom]) {
 void get_mall_url(lua_State* L, const GetArgs&) {
   char url[kUrlRoom] = {};
   ZoVelLog(kLogDebug, "Enter, beginning to get app mall URL");
-  memset(&state, 0, sizeof state);
-  state.watcher.fd = -1;
-  state.timeout.cb = on_cloud_timeout;
-  Outcome outcome = request_market_url(url);
+  ScopedState state(static_cast<AppMarketState*>(g_malloc0(sizeof(AppMarketState))));
+  state.get()->watcher.fd = -1;
+  Outcome outcome = request_market_url(state.get(), url);
   if (outcome == Outcome::kFailure) {
-    ZoVelLog(kLogNotice, "获取应用商城URL失败，错误原因: %s", state.failure);
+    ZoVelLog(kLogNotice, "获取应用商城URL失败，错误原因: %s", state.get()->failure);
   } else if (outcome == Outcome::kSuccess) {
     ZoVelLog(kLogDebug, "获取应用商城URL成功");
   }
+  state.release();
 
   lua_newtable(L);
   if (outcome == Outcome::kSuccess) set_text(L, "url", url);

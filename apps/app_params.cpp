@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <glib.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
@@ -43,7 +44,8 @@ constexpr int32_t kNotJson = 1;
 void close_file(FILE* f) { (void)fclose(f); }  // files opened for reading: nothing to lose
 using ScopedFile = Scoped<FILE, close_file>;
 
-// The backup's path; releasing it removes the file, so no path leaves it behind.
+// The backup's path (empty until the file is made); releasing it removes the file,
+// so no path leaves it behind.
 void remove_backup(char* host_path) {
   if (host_path[0] != '\0') unlink(host_path);
   g_free(host_path);
@@ -100,14 +102,12 @@ ScopedFile open_config(const char* name, size_t limit) {
   return file;
 }
 
-// Copies from into a new file to, byte for byte. False when either side fails.
-bool copy_file(const char* from, const char* to) {
+// Copies from into the open descriptor out, byte for byte. False when either side fails.
+bool copy_file(const char* from, int out) {
   int in = open(from, O_RDONLY | O_CLOEXEC);
   if (in < 0) return false;
   call_scope::keep_descriptor(in);
-  int out = open(to, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  bool ok = out >= 0;
-  if (ok) call_scope::keep_descriptor(out);
+  bool ok = true;
   char buf[kCopyRoom];
   while (ok) {
     ssize_t n = read(in, buf, sizeof buf);
@@ -123,9 +123,55 @@ bool copy_file(const char* from, const char* to) {
       if (ok) done += w;
     }
   }
-  if (out >= 0) call_scope::release_descriptor(out);
   call_scope::release_descriptor(in);
   return ok;
+}
+
+// The backup of the file at host: a new file made exclusively in the same folder
+// (never a user's <name>.bak, never through a link), filled with a copy and opened
+// for reading. On success backup names it, so releasing backup removes it again;
+// on failure backup names nothing and nothing is left behind.
+ScopedFile make_backup(const char* host, ScopedBackup* backup) {
+  const char* slash = strrchr(host, '/');
+  if (slash == nullptr) return ScopedFile();
+  // Hidden, so uci never takes the backup for a configuration of its own.
+  int made = snprintf(backup->get(), kHostPathRoom, "%.*s/.%s.XXXXXX", static_cast<int>(slash - host), host,
+                      slash + 1);
+  if (made < 0 || static_cast<size_t>(made) >= kHostPathRoom) {
+    backup->get()[0] = '\0';
+    return ScopedFile();
+  }
+  int out = mkostemp(backup->get(), O_CLOEXEC);
+  if (out < 0) {
+    backup->get()[0] = '\0';
+    return ScopedFile();
+  }
+  call_scope::keep_descriptor(out);
+  bool copied = copy_file(host, out);
+  call_scope::release_descriptor(out);
+  return ScopedFile(copied ? fopen(backup->get(), "re") : nullptr);
+}
+
+// A name uci can address as a package ([A-Za-z0-9_-], not starting with "-"): a
+// blank, a "." or any other character would make "uci set <name>.<member>" name
+// another file or none.
+bool uci_package_name(const char* name) {
+  if (name[0] == '\0' || name[0] == '-') return false;
+  for (const char* p = name; *p != '\0'; ++p) {
+    if (!g_ascii_isalnum(*p) && *p != '_' && *p != '-') return false;
+  }
+  return true;
+}
+
+// Whether every text member of the request fits its 63-byte buffer whole: a value
+// cut there would be stored as a different value, possibly half a character.
+bool values_fit(json_t* request) {
+  const char* key;
+  json_t* value;
+  json_object_foreach(request, key, value) {
+    if (json_is_string(value) && json_string_length(value) > kValueRoom - 1) return false;
+  }
+  return true;
 }
 
 // "uci set <file>.<section>.<option>=<value>"; its exit status is not examined.
@@ -205,24 +251,23 @@ void get_app_paras(lua_State* L, const GetArgs& args) {
   set_number(L, "ret", stored ? 1 : 0);
 }
 
-// 1: not JSON or no string "config"; 0: a name that is empty or not plain, a missing
-// file or an unreadable backup; otherwise the last option lookup's outcome.
+// 1: not JSON, no string "config", or a text member longer than 63 bytes; 0: a name
+// that is empty or that uci cannot address, a missing file or an unreadable backup;
+// otherwise the last option lookup's outcome. Refused requests run no command.
 int32_t set_app_paras(lua_State* L) {
   size_t length = 0;
   const char* text = lua_isstring(L, -1) ? lua_tolstring(L, -1, &length) : nullptr;
   if (text == nullptr) return kNotJson;
   ScopedJson request(json_loadb(text, length, 0, nullptr));
   char name[kNameRoom] = {};
-  if (read_json_text(request.get(), "config", name) != 0) {
+  if (read_json_text(request.get(), "config", name) != 0 || !values_fit(request.get())) {
     request.release();
     return kNotJson;
   }
   char path[kWritePathLimit] = {};
-  char backup_path[kWritePathLimit] = {};
   snprintf(path, sizeof path, "/etc/config/%s", name);
-  snprintf(backup_path, sizeof backup_path, "/etc/config/%s.bak", name);
   ScopedText host;
-  if (plain_file_name(name)) host = host_path(path);
+  if (plain_file_name(name) && uci_package_name(name)) host = host_path(path);
   if (!host || !g_file_test(host.get(), G_FILE_TEST_EXISTS)) {
     host.release();
     request.release();
@@ -230,11 +275,8 @@ int32_t set_app_paras(lua_State* L) {
   }
 
   ScopedBackup backup(static_cast<char*>(g_malloc0(kHostPathRoom)));
-  // A path that did not fit must not name some other file when the backup is removed.
-  if (!gateway_file_path(backup_path, backup.get(), kHostPathRoom)) backup.get()[0] = '\0';
   // A copy that fails leaves no backup to read: nothing is changed.
-  ScopedFile copy;
-  if (backup.get()[0] != '\0' && copy_file(host.get(), backup.get())) copy.adopt(fopen(backup.get(), "re"));
+  ScopedFile copy = make_backup(host.get(), &backup);
   host.release();
   if (!copy) {
     backup.release();

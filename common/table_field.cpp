@@ -29,7 +29,16 @@ bool clean_text(const char* text, size_t length) {
   return memchr(text, '\0', length) == nullptr && g_utf8_validate(text, static_cast<gssize>(length), nullptr);
 }
 
-bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
+namespace {
+
+struct FieldRead {
+  bool clean;
+  bool cut;
+};
+
+// Copies field name into buf; a clean text that does not fit is cut at a whole
+// character unless whole_only, when nothing is copied.
+FieldRead read_field_text(lua_State* L, const char* name, char* buf, int32_t capacity, bool whole_only) {
   lua_getfield(L, -1, name);
   int type = lua_type(L, -1);
   if (type != LUA_TSTRING && type != LUA_TNUMBER) {
@@ -43,7 +52,8 @@ bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacit
   bool clean = clean_text(value, length);
   size_t limit = capacity > 0 ? static_cast<size_t>(capacity) : 1;
   size_t n = 0;
-  if (clean) {
+  bool cut = clean && length > limit;
+  if (clean && !(cut && whole_only)) {
     n = length < limit ? length : limit;
     // A cut followed by a continuation byte (10xxxxxx) splits a character: it moves
     // back to that character's first byte.
@@ -52,7 +62,19 @@ bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacit
   }
   if (n < limit) buf[n] = '\0';
   lua_pop(L, 1);
-  return clean;
+  return {clean, cut};
+}
+
+}  // namespace
+
+bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity) {
+  return read_field_text(L, name, buf, capacity, false).clean;
+}
+
+SecretText read_table_secret(lua_State* L, const char* name, char* buf, int32_t capacity) {
+  FieldRead read = read_field_text(L, name, buf, capacity, true);
+  if (!read.clean) return SecretText::kNotClean;
+  return read.cut ? SecretText::kTooLong : SecretText::kFits;
 }
 
 TopText read_top_text(lua_State* L) {

@@ -21,11 +21,25 @@ namespace velconfig {
 // unchanged. Call only from within a handler.
 [[nodiscard]] bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity);
 
+// How a secret read came out.
+enum class SecretText { kFits, kNotClean, kTooLong };
+
+// Reads field `name` as read_table_field does, for a secret (password, key, LOID): a
+// clean text longer than capacity is never cut, since a cut secret locks its owner
+// out or stops the clients joining; it is kTooLong and buf holds the empty text.
+[[nodiscard]] SecretText read_table_secret(lua_State* L, const char* name, char* buf, int32_t capacity);
+
 // The usual call: a zero-cleared array of N characters read with capacity N - 1.
 template <size_t N>
 [[nodiscard]] bool read_field(lua_State* L, const char* name, char (&buf)[N]) {
   for (char& c : buf) c = '\0';
   return read_table_field(L, name, buf, static_cast<int32_t>(N - 1));
+}
+
+template <size_t N>
+[[nodiscard]] SecretText read_secret(lua_State* L, const char* name, char (&buf)[N]) {
+  for (char& c : buf) c = '\0';
+  return read_table_secret(L, name, buf, static_cast<int32_t>(N - 1));
 }
 
 // No NUL byte inside, and UTF-8 over the whole length.

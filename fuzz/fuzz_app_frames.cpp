@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   int pieces = 1 + static_cast<int>(in.below(4));
   std::string frame = in.rest();
   if (frame.size() > 70000) frame.resize(70000);
-  velsim::cloud_reply(frame, pieces, 0);
+  velsim::cloud_reply(frame, pieces, 0, false);
   velfuzz::call(true, "getMallUrl", nullptr);
   velsim::clear_journal();
   velsim::clear_logs();

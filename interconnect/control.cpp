@@ -46,18 +46,19 @@ struct BandRequest {
   char enbl[280];
 };
 
-// One band's SetWifiConfig for the access point mac: 1 when a field is not a clean
-// text (nothing sent) or the plugin gave no reply, else the reply's integer "Status"
-// (0 when it has none or is not JSON).
-int32_t configure_band(lua_State* L, const char* mac, Band band) {
-  BandRequest req;
+// Reads one band's fields. False when a text is not clean or the password does not
+// fit whole; a missing field or one of another type throws, as read_field does.
+bool read_band(lua_State* L, Band band, BandRequest* req) {
   bool low = band == Band::k24;
-  if (!read_field(L, low ? "ssid2g" : "ssid5g", req.ssid) ||
-      !read_field(L, low ? "pwd2g" : "pwd5g", req.pwd) ||
-      !read_field(L, low ? "enbl2g" : "enbl5g", req.enbl)) {
-    return kTextRefused;
-  }
+  bool clean = read_field(L, low ? "ssid2g" : "ssid5g", req->ssid);
+  clean = read_secret(L, low ? "pwd2g" : "pwd5g", req->pwd) == SecretText::kFits && clean;
+  return read_field(L, low ? "enbl2g" : "enbl5g", req->enbl) && clean;
+}
 
+// One band's SetWifiConfig for the access point mac: 1 when the plugin gave no
+// reply, else the reply's integer "Status" (0 when it has none or is not JSON).
+int32_t configure_band(const char* mac, Band band, const BandRequest& req) {
+  bool low = band == Band::k24;
   EscapedText<16> mac_text(mac);
   EscapedText<sizeof req.ssid> ssid_text(req.ssid);
   EscapedText<sizeof req.pwd> pwd_text(req.pwd);
@@ -83,17 +84,6 @@ int32_t configure_band(lua_State* L, const char* mac, Band band) {
   return status;
 }
 
-// False only when field name holds a text that is not clean. A missing field or one
-// of another type is left for read_field to report when its band is configured.
-bool clean_if_text(lua_State* L, const char* name) {
-  lua_getfield(L, -1, name);
-  size_t length = 0;
-  const char* text = lua_type(L, -1) == LUA_TSTRING ? lua_tolstring(L, -1, &length) : nullptr;
-  bool clean = text == nullptr || clean_text(text, length);
-  lua_pop(L, 1);
-  return clean;
-}
-
 }  // namespace
 
 int32_t set_start_interconnd(lua_State*) {
@@ -106,24 +96,28 @@ int32_t set_sync_config(lua_State* L) { return set_switch(L, "syncConfig", Switc
 int32_t set_sync_onoff(lua_State* L) { return set_switch(L, "syncOnoff", Switch::kSameStatus); }
 
 // "modeflg" 1 configures 2.4 GHz, 2 5 GHz, 3 both (5 GHz only after a 2.4 GHz
-// success), anything else nothing. 0 success, 1 a text that is not clean or no
-// reply, else the plugin's Status.
+// success), anything else nothing. Every band the mode names is read before the
+// first is sent, so no field of the second can leave the access point half
+// configured. 0 success, 1 a text that is not clean, a password that does not fit
+// or no reply, else the plugin's Status.
 int32_t set_config_ap(lua_State* L) {
   char mac[16];
   char modeflg[8];
   if (!read_field(L, "mac", mac) || !read_field(L, "modeflg", modeflg)) return kTextRefused;
   ZoVelLog(kLogNotice, "WiFi mode: %s", modeflg);
   int32_t mode = decimal_value(modeflg);
-  // The 5 GHz texts are read after the 2.4 GHz half is sent; a broken one must not
-  // leave the access point half configured, so they are judged first.
-  if (mode == 3 && !(clean_if_text(L, "ssid5g") && clean_if_text(L, "pwd5g") && clean_if_text(L, "enbl5g"))) {
-    return kTextRefused;
-  }
+  bool low = mode == 1 || mode == 3;
+  bool high = mode == 2 || mode == 3;
+  BandRequest req_24 = {};
+  BandRequest req_5 = {};
+  bool clean = !low || read_band(L, Band::k24, &req_24);
+  clean = (!high || read_band(L, Band::k5, &req_5)) && clean;
+  if (!clean) return kTextRefused;
 
   int32_t status = 0;
-  if (mode == 1 || mode == 3) status = configure_band(L, mac, Band::k24);
+  if (low) status = configure_band(mac, Band::k24, req_24);
   if (status != 0) return status;
-  if (mode == 2 || mode == 3) status = configure_band(L, mac, Band::k5);
+  if (high) status = configure_band(mac, Band::k5, req_5);
   return status;
 }
 

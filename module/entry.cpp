@@ -75,6 +75,15 @@ std::string_view key_text(lua_State* L) {
   return std::string_view(key, length);
 }
 
+// The text argument at index, or null (as if absent) when it holds a NUL byte: the
+// handlers take texts as C strings and would act on the part before it, a path
+// "/mnt/usb1_1/ren.txt\0/../../x" as ren.txt.
+const char* whole_text(lua_State* L, int index) {
+  size_t length = 0;
+  const char* text = lua_tolstring(L, index, &length);
+  return memchr(text, '\0', length) == nullptr ? text : nullptr;
+}
+
 // Plain functions for the registration list.
 int lua_get(lua_State* L) { return get_entry(L); }
 int lua_set(lua_State* L) { return set_entry(L); }
@@ -105,11 +114,11 @@ int get_entry(lua_State* L) {
   Call call{};
   if (n == 4) {
     if (!lua_isstring(L, 4)) return luaL_error(L, "The third argument is invalid");
-    call.args.a2 = lua_tostring(L, 4);
+    call.args.a2 = whole_text(L, 4);
   }
   if (n >= 3) {
     if (!lua_isstring(L, 3)) return luaL_error(L, "The second argument is invalid");
-    call.args.a1 = lua_tostring(L, 3);
+    call.args.a1 = whole_text(L, 3);
   }
   if (!lua_isstring(L, 2)) return luaL_error(L, "The first argument is invalid");
   call.get = find_get_handler(key_text(L));

@@ -83,8 +83,8 @@ void get_ddns(lua_State* L, const GetArgs&) {
 }
 
 // "add" 1 adds, 2 modifies, 0 deletes the entry with the request's domain. 1: no
-// table, a field that is not a clean text, or an unknown operation; otherwise the
-// platform's code.
+// table, a field that is not a clean text, a password longer than its field, or an
+// unknown operation; otherwise the platform's code.
 int32_t set_ddns(lua_State* L) {
   if (!lua_istable(L, -1)) return 1;
   DdnsRequest req;
@@ -92,7 +92,7 @@ int32_t set_ddns(lua_State* L) {
   if (!read_field(L, "add", req.add) || !read_field(L, "enable", req.enable) ||
       !read_field(L, "provider", req.provider) || !read_field(L, "domain", req.domain) ||
       !read_field(L, "hostname", req.hostname) || !read_field(L, "username", req.username) ||
-      !read_field(L, "passwd", req.passwd)) {
+      read_secret(L, "passwd", req.passwd) != SecretText::kFits) {
     return kTextRefused;
   }
 

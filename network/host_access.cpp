@@ -33,15 +33,20 @@ int32_t set_host_settings(lua_State* L) {
   char type[16] = {};
   char mac[24] = {};
   // Refused before the log line: a text that is not clean names no host.
-  if (lua_istable(L, -1) && (!read_field(L, "type", type) || !read_field(L, "mac", mac))) return kTextRefused;
+  char on_off[8] = {};
+  bool black = false;
+  if (lua_istable(L, -1)) {
+    if (!read_field(L, "type", type) || !read_field(L, "mac", mac)) return kTextRefused;
+    black = strcmp(type, "black") == 0;
+    // Judged before the host is looked up, as every field of a write is.
+    if (!black && !read_field(L, "onOff", on_off)) return kTextRefused;
+  }
   ZoVelLog(kLogNotice, "Set LAN host [%s] to black or restrict", mac);
   ZoVelLanHost host = {};
   if (ZoVelGetLANHostByMAC(mac, &host) != 0) return 1;
-  if (strcmp(type, "black") == 0) {
+  if (black) {
     host.internet_access = kBlackListed;
   } else {
-    char on_off[8];
-    if (!read_field(L, "onOff", on_off)) return kTextRefused;
     host.internet_access = decimal_value(on_off) != 0 ? kRestricted : kNormal;
   }
   return write_access(host);

@@ -99,12 +99,12 @@ int32_t set_pm_single(lua_State* L) {
 // result (rules before it stay changed). Rules already in the asked state are skipped.
 // 1 when "op" is not a clean text.
 int32_t set_pm_all(lua_State* L) {
+  char op[8] = {};
+  if (lua_istable(L, -1) && !read_field(L, "op", op)) return kTextRefused;
   RuleList list;
   int32_t code = list.fill(ZoVelGetPortMappingObjs);
   if (code != 0) return code;
   if (list.reported() == 0) return 0;
-  char op[8] = {};
-  if (lua_istable(L, -1) && !read_field(L, "op", op)) return kTextRefused;
 
   for (const ZoVelPortMapping& rule : list) {
     if (strcmp(op, "del") == 0) {

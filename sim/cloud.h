@@ -18,8 +18,9 @@ struct CloudExchange {
 // Replies built from the model (the default).
 void cloud_from_model();
 // Every following request is answered with bytes (a whole frame, header included),
-// written in pieces writes pause_ms apart.
-void cloud_reply(const std::string& bytes, int pieces, int pause_ms);
+// written in pieces writes pause_ms apart; with close_after the daemon then hangs up
+// at once, even when bytes is less than the header announces.
+void cloud_reply(const std::string& bytes, int pieces, int pause_ms, bool close_after);
 // Requests are read and never answered.
 void cloud_silent();
 // "LocalPort" names a port where nothing listens, so connections are refused.

@@ -49,6 +49,7 @@ struct Peer {
   std::string scripted;
   int pieces = 1;
   int pause_ms = 0;
+  bool close_after = false;  // hang up once the reply is written
   // The newest exchanges (at most kKeptExchanges, so a long-lived process does not
   // grow with them) and how many were served since the last reset.
   std::vector<CloudExchange> exchanges;
@@ -163,6 +164,7 @@ void answer(int fd, CloudExchange* exchange) {
   std::string reply;
   int pieces = 1;
   int pause_ms = 0;
+  bool close_after = false;
   {
     std::lock_guard<std::mutex> guard(p.lock);
     if (p.mode == Mode::kScripted) reply = p.scripted;
@@ -171,8 +173,10 @@ void answer(int fd, CloudExchange* exchange) {
     }
     pieces = p.pieces;
     pause_ms = p.pause_ms;
+    close_after = p.close_after;
   }
   send_pieces(fd, reply, pieces, pause_ms);
+  if (close_after) return;
   exchange->closed_by_client = closed_by_client(fd);
 }
 
@@ -290,20 +294,21 @@ const PropertyTable kCloudProperties{
      local_port, nullptr},
 };
 
-void set_mode(Mode mode, const std::string& bytes, int pieces, int pause_ms) {
+void set_mode(Mode mode, const std::string& bytes, int pieces, int pause_ms, bool close_after = false) {
   Peer& p = peer();
   std::lock_guard<std::mutex> guard(p.lock);
   p.mode = mode;
   p.scripted = bytes;
   p.pieces = pieces;
   p.pause_ms = pause_ms;
+  p.close_after = close_after;
 }
 
 }  // namespace
 
 void cloud_from_model() { set_mode(Mode::kModel, "", 1, 0); }
-void cloud_reply(const std::string& bytes, int pieces, int pause_ms) {
-  set_mode(Mode::kScripted, bytes, pieces, pause_ms);
+void cloud_reply(const std::string& bytes, int pieces, int pause_ms, bool close_after) {
+  set_mode(Mode::kScripted, bytes, pieces, pause_ms, close_after);
 }
 void cloud_silent() { set_mode(Mode::kSilent, "", 1, 0); }
 void cloud_refuse() { set_mode(Mode::kRefuse, "", 1, 0); }

@@ -343,15 +343,16 @@ int l_argument_error(lua_State* L) {
   return 1;
 }
 
-// cloud_reply(text [, {raw = bool, pieces = n, pause_ms = ms}]): the cloud client
-// answers every request with text framed by its length (raw: text is the whole
-// frame), written in pieces.
+// cloud_reply(text [, {raw = bool, pieces = n, pause_ms = ms, close = bool}]): the
+// cloud client answers every request with text framed by its length (raw: text is
+// the whole frame), written in pieces, and with close hangs up right after.
 int l_cloud_reply(lua_State* L) {
   size_t length = 0;
   const char* text = luaL_checklstring(L, 1, &length);
   bool raw = false;
   int pieces = 1;
   int pause_ms = 0;
+  bool close_after = false;
   if (lua_istable(L, 2)) {
     lua_getfield(L, 2, "raw");
     raw = lua_toboolean(L, -1) != 0;
@@ -359,7 +360,9 @@ int l_cloud_reply(lua_State* L) {
     pieces = static_cast<int>(luaL_optinteger(L, -1, 1));
     lua_getfield(L, 2, "pause_ms");
     pause_ms = static_cast<int>(luaL_optinteger(L, -1, 0));
-    lua_pop(L, 3);
+    lua_getfield(L, 2, "close");
+    close_after = lua_toboolean(L, -1) != 0;
+    lua_pop(L, 4);
   }
   {
     std::string bytes(text, length);
@@ -368,7 +371,7 @@ int l_cloud_reply(lua_State* L) {
                             static_cast<char>(length >> 8), static_cast<char>(length)};
       bytes = header + bytes;
     }
-    velsim::cloud_reply(bytes, pieces, pause_ms);
+    velsim::cloud_reply(bytes, pieces, pause_ms, close_after);
   }
   return 0;
 }

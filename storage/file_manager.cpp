@@ -133,6 +133,12 @@ void get_delete_files(lua_State* L, const GetArgs& args) {
   // The first failed removal leaves the remaining names alone.
   do {
     if (!names.next(&name)) break;
+    // "", "." and ".." would name the folder itself or its parent: skipped, and the
+    // loop goes on as after a removal.
+    if (name.empty() || name == "." || name == "..") {
+      status = 0;
+      continue;
+    }
     char* path = join_path(args.a1, name);
     if (path == nullptr) continue;
     ZoVel_NAS_Remove(path, &status, nullptr);
@@ -143,8 +149,9 @@ void get_delete_files(lua_State* L, const GetArgs& args) {
 
 void get_rename_file(lua_State* L, const GetArgs& args) {
   lua_newtable(L);
-  // Only the new path is held against the disks; the platform confines the old one.
-  if (!given(args.a1) || !given(args.a2) || !is_usb_path(args.a2)) {
+  // Both paths are held against the disks: an old path elsewhere would move any
+  // file the platform can reach onto the disk.
+  if (!given(args.a1) || !given(args.a2) || !is_usb_path(args.a2) || !is_usb_path(args.a1)) {
     set_number(L, "fileNum", 0);
     return;
   }

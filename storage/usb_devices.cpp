@@ -34,27 +34,22 @@ void get_usb_devices(lua_State* L, const GetArgs&) {
 }
 
 // 1 when no disk has the page's instance number or a field is not a clean text;
-// otherwise the platform's code.
+// otherwise the platform's code. Both fields are judged before the disks are listed.
 int32_t set_usb_modify_label(lua_State* L) {
-  char buffer[kLabelRoom] = {};
-  int32_t wanted = 0;
-  if (lua_istable(L, -1)) {
-    if (!read_field(L, "instno", buffer)) return kTextRefused;
-    wanted = decimal_value(buffer);
+  char instno[kLabelRoom] = {};
+  char label[kLabelRoom] = {};
+  if (lua_istable(L, -1) && !(read_field(L, "instno", instno) && read_field(L, "newLabel", label))) {
+    return kTextRefused;
   }
+  int32_t wanted = decimal_value(instno);
   UsbList devices;
   devices.fill(ZoVel_GetUSBDeviceObjs);
   if (devices.reported() <= 0) return 1;
   for (const ZoVelUsbDevice& usb : devices) {
     if (!is_disk(usb) || !instance_matches(usb, wanted)) continue;
-    // "newLabel" is read only now, so a missing one raises only for a matching disk.
-    if (!read_field(L, "newLabel", buffer)) {
-      devices.release();
-      return kTextRefused;
-    }
     ZoVelUsbId id;
     memcpy(&id, &usb.identity, sizeof id);
-    int32_t rc = ZoVel_USBSetLabel(id, buffer, nullptr, nullptr);
+    int32_t rc = ZoVel_USBSetLabel(id, label, nullptr, nullptr);
     devices.release();
     return rc;
   }

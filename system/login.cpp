@@ -8,20 +8,30 @@
 #include "system/system.h"
 
 namespace velconfig {
+namespace {
+
+constexpr int32_t kAccountFailed = 3;
+
+}  // namespace
 
 // 0 changed; 1 the current password was rejected with status 1, or a password is
 // not a clean text (the platform is not asked); 2 the change was refused with a
-// status; 3 any other failure. Without a table both texts are empty.
+// status; 3 any other failure, a password longer than its field among them (the
+// platform is not asked: a cut password would lock the user out). Without a table
+// both texts are empty.
 int32_t change_account_password(lua_State* L) {
   char old_password[256] = {};
   char new_password[32] = {};
   int32_t status = 0;
   if (lua_istable(L, -1)) {
-    if (!read_field(L, "old", old_password) || !read_field(L, "new", new_password)) return kTextRefused;
+    SecretText old_text = read_secret(L, "old", old_password);
+    SecretText new_text = read_secret(L, "new", new_password);
+    if (old_text == SecretText::kNotClean || new_text == SecretText::kNotClean) return kTextRefused;
+    if (old_text == SecretText::kTooLong || new_text == SecretText::kTooLong) return kAccountFailed;
   }
   if (ZoVelSysCmdCheckUAPasswd(old_password, &status, nullptr) != 0 || status != 0) {
     ZoVelLog(kLogNotice, "验证普通用户当前密码失败，修改失败。");
-    return status == 1 ? 1 : 3;
+    return status == 1 ? 1 : kAccountFailed;
   }
   ZoVelLog(kLogNotice, "验证普通用户当前密码成功。");
   if (ZoVelSysCmdSetUAPasswd(new_password, &status, nullptr) == 0) {
@@ -29,7 +39,7 @@ int32_t change_account_password(lua_State* L) {
     return 0;
   }
   ZoVelLog(kLogNotice, "修改普通用户密码失败。");
-  return status != 0 ? 2 : 3;
+  return status != 0 ? 2 : kAccountFailed;
 }
 
 // 0 accepted, 1 rejected. A check that writes no status counts as rejected, and so

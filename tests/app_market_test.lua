@@ -123,6 +123,42 @@ describe("getMallUrl", function()
     assert.are.equal(failure("获取应用商城URL超时"), last_log())
   end)
 
+  it("fails at once when the cloud client hangs up in the middle of a frame", function()
+    sim.set_app_market_timeout(3000)
+    local text = good()
+    local function header(n) return string.char(0, 0, math.floor(n / 256) % 256, n % 256) end
+    -- a whole JSON text, but less than the header announced; then only half a header
+    for i, frame in ipairs { header(#text + 40) .. text, header(#text):sub(1, 2) } do
+      sim.cloud_reply(frame, { raw = true, close = true })
+      h.sim.clear_logs()
+      local started = os.time()
+      assert.are.same({ result = 1 }, mall(i))
+      assert.is_true(os.time() - started <= 1)
+      assert.are.equal(failure("解析命令类型参数失败"), last_log())
+    end
+  end)
+
+  it("puts only clean values into the address, percent-encoded, and never cuts inside a character", function()
+    local cases = {
+      { good("m.example", "a&MAC=spoof#", "00:11"), "https://m.example/appmarket?token=a%26MAC%3Dspoof%23&MAC=00%3A11" },
+      { good("m.example", "tök", "M"), "https://m.example/appmarket?token=t%C3%B6k&MAC=M" },
+      -- 254 bytes and a two-byte character: the host keeps the 254
+      { good(("h"):rep(254) .. "é", "T", "M"), "https://" .. ("h"):rep(254) .. "/appmarket?token=T&MAC=M" },
+      { good("m.example", "T", "AA\r\nX: 1"), nil, "解析MAC参数失败" },
+      { good("m.example", "T\7", "M"), nil, "解析token参数失败" },
+      { good("m.example", "a b", "M"), nil, "解析token参数失败" },
+      { good("shop.example/ x", "T", "M"), nil, "解析应用商城URL参数失败" },
+      { good("shop\127", "T", "M"), nil, "解析应用商城URL参数失败" },
+    }
+    for i, c in ipairs(cases) do
+      sim.cloud_reply(c[1])
+      h.sim.clear_logs()
+      local r = mall(i)
+      assert.are.same({ result = c[2] and 0 or 1, url = c[2] }, r, c[1])
+      if c[3] then assert.are.equal(failure(c[3]), last_log(), c[1]) end
+    end
+  end)
+
   it("gives up after the time-out without a reply and closes the connection", function()
     sim.set_app_market_timeout(200)
     sim.cloud_silent()

@@ -5,14 +5,16 @@ local v = h.velconfig
 local sim = h.sim
 
 -- A folder holding one program called uci: records each call's arguments (each
--- followed by "|") and the backups in /etc/config at that moment, then exits with status.
+-- followed by "|") and the module's backups in /etc/config at that moment (hidden
+-- files, their random ending shown as *), then exits with status.
 local function fake_uci(status)
   local dir = os.tmpname()
   os.remove(dir)
   os.execute("mkdir -p " .. dir)
   local f = assert(io.open(dir .. "/uci", "w"))
   f:write('#!/bin/sh\nlog="$VELCONFIG_ROOT/uci-calls"\nfor a in "$@"; do printf "%s|" "$a" >>"$log"; done\n',
-    'printf " backups:%s\\n" "$(cd "$VELCONFIG_ROOT/etc/config" && ls *.bak 2>/dev/null)" >>"$log"\nexit ',
+    'printf " backups:%s\\n" "$(cd "$VELCONFIG_ROOT/etc/config" && ls -A | grep "^\\." | sed "s/\\.[^.]*$/.*/")" ',
+    '>>"$log"\nexit ',
     status, "\n")
   f:close()
   os.execute("chmod +x " .. dir .. "/uci")
@@ -43,6 +45,12 @@ local FILE = table.concat({
   "\toption note 'x'",
   "",
 }, "\n")
+
+-- The module's backups left in /etc/config (hidden files), one name a line.
+local function backups_left()
+  local _, out = h.shell("ls -A " .. h.quote(h.file("/etc/config")) .. " | grep '^\\.' || true")
+  return out
+end
 
 local function config(name, text)
   h.write_file("/etc/config/" .. name, text or FILE)
@@ -103,18 +111,27 @@ describe("setAppParas", function()
   after_each(function() sim.set_tools_dir(os.getenv("VELCONFIG_TOOLS_DIR") or "") end)
 
   it("sets each named option with the backup in place, commits once, and removes the backup", function()
-    -- a value longer than its 63 characters is cut
-    assert.are.equal(0, paras('{"config":"demo","main.mode":"' .. string.rep("m", 70) ..
+    -- the user's own demo.bak is no business of the write
+    h.write_file("/etc/config/demo.bak", "mine")
+    assert.are.equal(0, paras('{"config":"demo","main.mode":"' .. string.rep("m", 63) ..
       '","r1.note":"n; rm -rf / #","main.enabled":"0"}'))
-    assert.are.same({ "set|demo.main.enabled=0| backups:demo.bak",
-      "set|demo.main.mode=" .. string.rep("m", 63) .. "| backups:demo.bak",
-      "set|demo.r1.note=n; rm -rf / #| backups:demo.bak", "commit|demo| backups:" }, uci_calls())
-    assert.are.equal(FILE, h.read_file("/etc/config/demo"))
+    assert.are.same({ "set|demo.main.enabled=0| backups:.demo.*",
+      "set|demo.main.mode=" .. string.rep("m", 63) .. "| backups:.demo.*",
+      "set|demo.r1.note=n; rm -rf / #| backups:.demo.*", "commit|demo| backups:" }, uci_calls())
+    assert.are.same({ FILE, "mine" }, { h.read_file("/etc/config/demo"), h.read_file("/etc/config/demo.bak") })
+    -- nor is a link of that name, or what it points to
+    os.remove(h.file("/etc/config/demo.bak"))
+    h.write_file("/etc/other", "other")
+    os.execute("ln -s " .. h.quote(h.file("/etc/other")) .. " " .. h.quote(h.file("/etc/config/demo.bak")))
+    assert.are.equal(-1, paras('{"config":"demo","main.enabled":"0"}'))
+    assert.are.same({ 0, "other", "other" }, { (h.shell("test -L " .. h.quote(h.file("/etc/config/demo.bak")))),
+      h.read_file("/etc/config/demo.bak"), h.read_file("/etc/other") })
+    os.remove(h.file("/etc/config/demo.bak"))
   end)
 
   it("answers the outcome of the last lookup", function()
     assert.are.equal(-1, paras('{"config":"demo","main.enabled":"0"}'))
-    assert.are.same({ "set|demo.main.enabled=0| backups:demo.bak", "commit|demo| backups:" }, uci_calls())
+    assert.are.same({ "set|demo.main.enabled=0| backups:.demo.*", "commit|demo| backups:" }, uci_calls())
     -- unnamed sections are skipped, and a member that is not text does not count
     assert.are.equal(-1, paras('{"config":"demo","main.enabled":0,"rule.hidden":"3","r1.blank":"x"}'))
     assert.are.same({}, uci_calls())
@@ -123,9 +140,12 @@ describe("setAppParas", function()
     assert.are.same({}, uci_calls())
   end)
 
-  it("answers 1 without JSON or a text config, and 0 for a name it will not use, touching nothing", function()
+  it("answers 1 without JSON, a text config or values that fit, 0 for a name it will not use, touching nothing", function()
     config("-demo")
     config("  ")
+    config("de mo")
+    config("de.mo")
+    config("de")
     local cases = {
       { "not json", 1 }, { '{"main.enabled":"0"}', 1 }, { '{"config":7}', 1 }, { '["config"]', 1 },
       { '{"config":"demo\\u0000x","main.enabled":"0"}', 1 },
@@ -133,14 +153,23 @@ describe("setAppParas", function()
       { '{"config":"nothere","main.enabled":"0"}', 0 }, { '{"config":"../config/demo","main.enabled":"0"}', 0 },
       { '{"config":"-demo","main.enabled":"0"}', 0 }, { '{"config":"de\\nmo","main.enabled":"0"}', 0 },
       { '{"config":"..","main.enabled":"0"}', 0 },
+      -- uci cannot name "de mo", and would take "de.mo.main.enabled" for the file "de"
+      { '{"config":"de mo","main.enabled":"0"}', 0 }, { '{"config":"de.mo","main.enabled":"0"}', 0 },
+      -- a value over 63 bytes is never stored cut, half a character least of all
+      { '{"config":"demo","main.mode":"' .. string.rep("m", 64) .. '","main.enabled":"0"}', 1 },
+      { '{"config":"demo","main.mode":"' .. string.rep("\\u00e9", 32) .. '"}', 1 },
+      { '{"config":"' .. string.rep("d", 64) .. '","main.enabled":"0"}', 1 },
     }
     for _, c in ipairs(cases) do
       assert.are.equal(c[2], paras(c[1]), c[1])
       assert.are.same({}, uci_calls())
+      assert.are.same({ FILE, FILE, FILE }, { h.read_file("/etc/config/demo"), h.read_file("/etc/config/de mo"),
+        h.read_file("/etc/config/de") }, c[1])
     end
+    assert.are.equal("", backups_left())
     -- the input is a JSON text: a table or no input at all is not JSON
     assert.are.same({ 1, 1 }, { v:set("setAppParas", { config = "demo" }), v:set("setAppParas") })
-    assert.is_nil(h.read_file("/etc/config/demo.bak"))
+    assert.are.equal("", backups_left())
   end)
 
   it("answers as written whatever uci does, and never leaves the backup", function()
@@ -153,7 +182,7 @@ describe("setAppParas", function()
     os.execute("mkdir -p " .. broken .. "/uci")
     sim.set_tools_dir(broken)
     assert.are.equal(-1, paras('{"config":"demo","main.enabled":"0"}'))
-    assert.is_nil(h.read_file("/etc/config/demo.bak"))
+    assert.are.equal("", backups_left())
     assert.are.equal(FILE, h.read_file("/etc/config/demo"))
   end)
 
@@ -165,7 +194,7 @@ describe("setAppParas", function()
     local after = v:get("getAppParas", "familycare")
     assert.are.same({ "'0'", "'23:15'", "'07:00'" }, { after["'main'"].enabled, after["'night'"].start,
       after["'night'"].stop })
-    assert.is_nil(h.read_file("/etc/config/familycare.bak"))
+    assert.are.equal("", backups_left())
     local p = io.popen("VELCONFIG_ROOT='" .. h.root .. "' '" .. tools .. "/uci' get familycare.night.start")
     assert.are.equal("23:15", p:read("*l"))
     p:close()

@@ -85,7 +85,7 @@ describe("easymesh_config write", function()
 
   it("keeps every text within its field, and answers 1 for one that is not UTF-8", function()
     assert.are.equal(0, v:set("easymesh_config", req { mesh_2G_ssid = ("s"):rep(70), mesh_2G_auth = ("a"):rep(20),
-      mesh_2G_passwd = ("k"):rep(100), mesh_5G_rssi = "-6" .. ("0"):rep(20) }))
+      mesh_2G_passwd = ("k"):rep(79), mesh_5G_rssi = "-6" .. ("0"):rep(20) }))
     local entries, commands = sent()
     assert.are.same({ ("s"):rep(63), ("a"):rep(15), ("k"):rep(79) }, { entries[4][2], entries[5][2], entries[6][2] })
     -- "-60000000000000" (cut at 15) converts as atoi does, to its low 32 bits

@@ -82,11 +82,10 @@ describe("storage", function()
       assert.are.equal("Photos", v:get("allInfo").storage1.name)
     end)
 
-    it("answers 1 without a match and the platform's code otherwise; reads newLabel only for a match", function()
+    it("answers 1 without a match and the platform's code otherwise; needs newLabel before any disk is read", function()
       assert.are.equal(1, v:set("usbModifyLabel", { instno = "9", newLabel = "x" }))
       assert.are.equal(1, v:set("usbModifyLabel", { instno = "1", newLabel = "x" })) -- the hub is no disk
-      assert.are.equal(1, v:set("usbModifyLabel", { instno = "9" }))
-      assert.matches(h.field_error("nil"), h.set_error("usbModifyLabel", { instno = "2" }))
+      assert.matches(h.field_error("nil"), h.set_error("usbModifyLabel", { instno = "9" }))
       sim.fail("ZoVel_USBSetLabel", -7)
       assert.are.equal(-7, v:set("usbModifyLabel", { instno = "2", newLabel = "x" }))
       sim.fail("ZoVel_GetUSBDeviceObjs", -1)
@@ -254,7 +253,7 @@ describe("storage", function()
         field_of(h.calls("ZoVel_NAS_Remove"), "path"))
     end)
 
-    it("renameFile checks only the new path and lists the old path's folder", function()
+    it("renameFile lists the old path's folder", function()
       local r = v:get("renameFile", "/mnt/usb1/docs/a.txt", "/mnt/usb1/a-renamed.txt")
       assert.are.same({ "sub", "b.txt" }, names(r, "file", "name"))
       assert.are.equal("/mnt/usb1/docs", r.filePath)
@@ -262,11 +261,57 @@ describe("storage", function()
       -- never over an existing file
       v:get("renameFile", "/mnt/usb1/docs/b.txt", "/mnt/usb1/a-renamed.txt")
       assert.are.same({ "bravo", "alpha" }, { h.read_file("/mnt/usb1/docs/b.txt"), h.read_file("/mnt/usb1/a-renamed.txt") })
-      assert.are.same({ fileNum = 0 }, v:get("renameFile", "/mnt/usb1/docs/b.txt", "/elsewhere/b.txt"))
-      r = v:get("renameFile", "/elsewhere/x", "/mnt/usb1/x")
-      assert.are.same({ 0, "/elsewhere" }, { r.fileNum, r.filePath })
+      assert.are.equal(2, #h.calls("ZoVel_NAS_ReName"))
+      -- a disk mounted at "" accepts an old path without any "/": no folder to list
+      use_disks({ disk(2, "") })
       assert.are.same({ fileNum = 0 }, v:get("renameFile", "noslash", "/mnt/usb1/x"))
-      assert.are.equal(4, #h.calls("ZoVel_NAS_ReName"))
+      assert.are.equal(1, #h.calls("ZoVel_NAS_ReName"))
+    end)
+
+    -- Each case: key, arguments, what the page gets (fields compared), and the removals
+    -- made. No case renames, creates or moves anything, and every refused one
+    -- removes nothing; the file tree afterwards is exactly what the removals leave.
+    it("refuses paths and names that would reach beyond what the page chose", function()
+      local function tree()
+        local _, out = h.shell("cd " .. h.quote(h.root) .. " && find . | sort")
+        return out
+      end
+      local DOCS = { "sub", "a.txt", "b.txt" }
+      for _, c in ipairs {
+        { "an empty name", "deleteFiles", { "/mnt/usb1/docs", "/" }, { fileNum = 3, names = DOCS }, {} },
+        { "'.' and '..'", "deleteFiles", { "/mnt/usb1/docs", "./../" }, { fileNum = 3, names = DOCS }, {} },
+        { "'.' then a file", "deleteFiles", { "/mnt/usb1/docs", "./b.txt/" }, { fileNum = 2, names = { "sub", "a.txt" } },
+          { "/mnt/usb1/docs/b.txt" } },
+        { "a NUL in the folder", "deleteFiles", { "/mnt/usb1/docs\0/..", "a.txt/" }, { fileNum = 0 }, {} },
+        { "a NUL in the names", "deleteFiles", { "/mnt/usb1/docs", "a.txt\0/" }, { fileNum = 0 }, {} },
+        { "an old path off the disks", "renameFile", { "/elsewhere/x", "/mnt/usb1/x" }, { fileNum = 0 }, {} },
+        { "a NUL in the new path", "renameFile", { "/mnt/usb1/docs/a.txt", "/mnt/usb1/ren.txt\0/../../x" },
+          { fileNum = 0 }, {} },
+        { "a NUL in the folder to list", "subFiles", { "/mnt/usb1/docs\0/../.." }, { fileNum = 0 }, {} },
+        { "a NUL in the folder to make", "newFolder", { "/mnt/usb1/new\0/../../x" }, { fileNum = 0 }, {} },
+        { "a NUL in the request", "copyMove", { "move|/mnt/usb1/docs|/mnt/usb10\0x|x", "a.txt/" },
+          { fileNum = 0, setRes = false }, {} },
+      } do
+        h.fresh_root()
+        use_disks(standard_disks())
+        h.write_file("/elsewhere/x", "outside")
+        v:get("subFiles", "/mnt/usb1/docs") -- the simulator lays the disks' files out on first use
+        sim.clear_journal()
+        local before = tree()
+        local r = v:get(c[2], unpack(c[3]))
+        local got = {}
+        for k in pairs(c[4]) do got[k] = r[k] end
+        if c[4].names then got.names = names(r, "file", "name") end
+        assert.are.same(c[4], got, c[1])
+        assert.are.same(c[5], field_of(h.calls("ZoVel_NAS_Remove"), "path"), c[1])
+        for _, op in ipairs { "ZoVel_NAS_ReName", "ZoVel_NAS_CreateFolter", "ZoVel_NAS_Move", "ZoVel_NAS_Copy" } do
+          assert.are.same({}, h.calls(op), c[1] .. " " .. op)
+        end
+        if #c[5] == 0 then assert.are.equal(before, tree(), c[1]) end
+      end
+      -- outside the file keys, a text with a NUL is an absent argument
+      assert.is_nil(v:get("gwInfo", "all\0x").wanIPv6)
+      assert.are.same({ ret = 0 }, v:get("getAppParas", "familycare\0x"))
     end)
 
     it("a move renames into the destination and lists the source folder", function()

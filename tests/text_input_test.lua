@@ -1,50 +1,53 @@
--- Write fields whose text is not what it seems: a NUL byte inside, or bytes that are
--- not UTF-8. Such a write is refused whole before anything is written; a clean text
--- longer than its field is cut without splitting a character.
+-- Write fields that are not what the write needs: a NUL byte inside, bytes that are
+-- not UTF-8, a value that is no text or none at all, a secret that does not fit. Each
+-- is judged before anything is written: the write answers its failure result (or,
+-- for a field that is no text, raises) and the journal holds no write. A clean
+-- visible name longer than its field is cut without splitting a character.
 local h = require "helpers"
 local v = h.velconfig
 
 -- For every write key that reads fields: an input the platform accepts, the fields to
--- spoil, and the reads the handler makes before it reaches them.
+-- spoil (all of them read for that input). Every field is judged before the first
+-- platform call, so a refused write leaves only the log's opening and closing.
 local WIFI_BASIC = { wifi_dualBand = "1", wifi_2G_enbl = "1", wifi_2G_ssid = "Home", wifi_2G_auth = "WPA2",
   wifi_2G_passwd = "secret123", wifi_2G_strength = "2", wifi_5G_enbl = "1", wifi_5G_ssid = "Home-5G",
   wifi_5G_auth = "WPA3", wifi_5G_passwd = "secret123", wifi_5G_strength = "4" }
 local CASES = {
   { "lan", { dhcpEnbl = "1", oldLanIp = "192.168.1.1", lanIp = "192.168.1.7", poolStart = "192.168.1.2",
     poolEnd = "192.168.1.200", subnetMask = "255.255.255.0" },
-    { "dhcpEnbl", "oldLanIp", "lanIp", "poolStart", "poolEnd", "subnetMask" }, {} },
+    { "dhcpEnbl", "oldLanIp", "lanIp", "poolStart", "poolEnd", "subnetMask" } },
   { "ddns", { add = "2", enable = "0", provider = "dyndns", domain = "velhome.dyndns.org", hostname = "gw2",
-    username = "me", passwd = "pw" }, { "add", "enable", "provider", "domain", "hostname", "username", "passwd" }, {} },
+    username = "me", passwd = "pw" }, { "add", "enable", "provider", "domain", "hostname", "username", "passwd" } },
   { "iptv", { enable = "1", vlanOnOff = "1", vlanid = "46", bindlanport = "LAN1" },
-    { "enable", "vlanOnOff", "vlanid", "bindlanport" }, { "ZoVelGetSubIPTVInfo" } },
+    { "enable", "vlanOnOff", "vlanid", "bindlanport" } },
   { "pmSetSingle", { op = "add", desp = "SSH", client = "192.168.1.20", protocol = "TCP", exPort = "2222",
-    inPort = "22" }, { "op", "desp", "client", "protocol", "exPort", "inPort" }, {} },
-  { "pmSetSingle", { op = "del", desp = "NAS-Web" }, { "op", "desp" }, {} },
-  { "pmSetAll", { op = "del" }, { "op" }, { "ZoVelGetPortMappingObjs" } },
-  { "hostSettings", { type = "black", mac = "D89EF3A1B201" }, { "type", "mac" }, {} },
-  { "hostSettings", { type = "restrict", mac = "D89EF3A1B201", onOff = "1" }, { "onOff" },
-    { "ZoVelGetLANHostByMAC" } },
-  { "rmBlackHost", { mac = "B827EB5A9C07" }, { "mac" }, {} },
-  { "syncConfig", { syncConfig = "0" }, { "syncConfig" }, {} },
-  { "syncOnoff", { syncOnoff = "1" }, { "syncOnoff" }, {} },
+    inPort = "22" }, { "op", "desp", "client", "protocol", "exPort", "inPort" } },
+  { "pmSetSingle", { op = "del", desp = "NAS-Web" }, { "op", "desp" } },
+  { "pmSetAll", { op = "del" }, { "op" } },
+  { "hostSettings", { type = "black", mac = "D89EF3A1B201" }, { "type", "mac" } },
+  { "hostSettings", { type = "restrict", mac = "D89EF3A1B201", onOff = "1" }, { "onOff" } },
+  { "rmBlackHost", { mac = "B827EB5A9C07" }, { "mac" } },
+  { "syncConfig", { syncConfig = "0" }, { "syncConfig" } },
+  { "syncOnoff", { syncOnoff = "1" }, { "syncOnoff" } },
   -- both bands are judged before the first is sent
   { "configAP", { mac = "A4C1E2104B21", modeflg = "3", ssid2g = "Hall", pwd2g = "k1", enbl2g = "1", ssid5g = "Hall-5G",
-    pwd5g = "k2", enbl5g = "0" }, { "mac", "modeflg", "ssid2g", "pwd2g", "enbl2g", "ssid5g", "pwd5g", "enbl5g" }, {} },
-  { "account", { old = "user1234", new = "n3w-pass" }, { "old", "new" }, {} },
+    pwd5g = "k2", enbl5g = "0" }, { "mac", "modeflg", "ssid2g", "pwd2g", "enbl2g", "ssid5g", "pwd5g", "enbl5g" } },
+  { "account", { old = "user1234", new = "n3w-pass" }, { "old", "new" } },
   { "easymesh_config", { easymeshEnbl = "1", mesh_2G_enbl = "1", mesh_2G_ssid = "Mesh-24", mesh_2G_auth = "WPA2-PSK",
     mesh_2G_passwd = "key-24", mesh_2G_rssi = "-65", mesh_5G_enbl = "0", mesh_5G_ssid = "Mesh-5", mesh_5G_auth = "SAE",
     mesh_5G_passwd = "key-5", mesh_5G_rssi = "-60" },
     { "easymeshEnbl", "mesh_2G_enbl", "mesh_2G_ssid", "mesh_2G_auth", "mesh_2G_passwd", "mesh_2G_rssi",
-      "mesh_5G_enbl", "mesh_5G_ssid", "mesh_5G_auth", "mesh_5G_passwd", "mesh_5G_rssi" }, {} },
-  { "easymesh_config", { easymeshEnbl = "0" }, { "easymeshEnbl" }, {} },
-  -- the hold-off check before the fields runs only uci (no mark here: nothing to wait for)
-  { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "0" }, { "loid", "loidPsd", "hasWiFi" }, {} },
-  { "wifiBasic", WIFI_BASIC, { "wifi_dualBand" }, {} },
+      "mesh_5G_enbl", "mesh_5G_ssid", "mesh_5G_auth", "mesh_5G_passwd", "mesh_5G_rssi" } },
+  { "easymesh_config", { easymeshEnbl = "0" }, { "easymeshEnbl" } },
+  { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "0" }, { "loid", "loidPsd", "hasWiFi" } },
+  -- the Wi-Fi fields are judged before the LOID is stored
+  { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "1", wifiSsid = "Home", wifiPsd = "pw" },
+    { "wifiSsid", "wifiPsd" } },
+  { "wifiBasic", WIFI_BASIC, { "wifi_dualBand" } },
   { "wifiBasic", WIFI_BASIC, { "wifi_2G_enbl", "wifi_2G_ssid", "wifi_2G_auth", "wifi_2G_passwd", "wifi_2G_strength",
-    "wifi_5G_enbl", "wifi_5G_ssid", "wifi_5G_auth", "wifi_5G_passwd", "wifi_5G_strength" },
-    { "ZoVelGetWLANDeviceObjs" } },
-  { "wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }, { "wifi_timing", "start_time", "end_time" },
-    { "ZoVelDBusGetProperty", "ZoVelGetWLANDeviceObjs", "ZoVelGetWiFiTimer" } },
+    "wifi_5G_enbl", "wifi_5G_ssid", "wifi_5G_auth", "wifi_5G_passwd", "wifi_5G_strength" } },
+  { "usbModifyLabel", { instno = "2", newLabel = "Photos" }, { "instno", "newLabel" } },
+  { "wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }, { "wifi_timing", "start_time", "end_time" } },
 }
 -- "restore", "fwrestore" and "reboot" read no input at all.
 
@@ -63,32 +66,82 @@ local function copy_with(input, name, text)
   return t
 end
 
-local function expected_ops(reads)
-  local ops = { "ZoVelLogOpen" }
-  for _, op in ipairs(reads) do ops[#ops + 1] = op end
-  ops[#ops + 1] = "ZoVelLogClose"
-  return ops
-end
+local UNTOUCHED = { "ZoVelLogOpen", "ZoVelLogClose" }
 
-describe("a write field that is not a clean text", function()
+-- Values that are no text: each raises the field reader's error before any write.
+local NOT_TEXT = { { "a table", {} }, { "a boolean", true }, { "nothing", nil } }
+
+describe("a write field that is not a clean text, or no text at all", function()
   before_each(function() h.reset() end)
 
   for _, c in ipairs(CASES) do
-    local key, input, fields, reads = c[1], c[2], c[3], c[4]
-    it("makes " .. key .. " " .. (input.op or input.type or "") .. " answer 1 and write nothing", function()
+    local key, input, fields = c[1], c[2], c[3]
+    local name = key .. " " .. (input.op or input.type or input.hasWiFi or "")
+    it("makes " .. name .. " answer 1, or raise, and write nothing", function()
       local before = h.model()
       for _, field in ipairs(fields) do
         for _, spoiler in ipairs(SPOILERS) do
           h.sim.clear_journal()
           local what = key .. " " .. field .. " with " .. spoiler[1]
           assert.are.equal(1, v:set(key, copy_with(input, field, spoiler[2](input[field]))), what)
-          assert.are.same(expected_ops(reads), h.ops(), what)
+          assert.are.same(UNTOUCHED, h.ops(), what)
+        end
+        for _, bad in ipairs(NOT_TEXT) do
+          h.sim.clear_journal()
+          local what = key .. " " .. field .. " as " .. bad[1]
+          assert.is_false(pcall(v.set, v, key, copy_with(input, field, bad[2])), what)
+          assert.are.same(UNTOUCHED, h.ops(), what)
         end
       end
       assert.are.same(before, h.model())
-      -- the same input, clean, does write: the refusal above came from the text alone
+      -- the same input, clean, does write: the refusals above came from the field alone
       v:set(key, input)
       assert.are_not.same(before, h.model())
+    end)
+  end
+end)
+
+-- Secrets, with the capacity of their fields and the key's failure result: one byte
+-- too long is refused whole (never cut), while one that just fits goes to the platform.
+local LOID_WIFI = { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "1", wifiSsid = "Home", wifiPsd = "pw" }
+local function input_of(key)
+  for _, c in ipairs(CASES) do
+    if c[1] == key then return c[2] end
+  end
+end
+local AP, MESH = input_of("configAP"), input_of("easymesh_config")
+local SECRETS = {
+  { "account", { old = "user1234", new = "n3w-pass" }, "new", 31, 3 },
+  { "account", { old = "user1234", new = "n3w-pass" }, "old", 255, 3 },
+  { "wifiBasic", WIFI_BASIC, "wifi_2G_passwd", 63, 1 },
+  { "wifiBasic", WIFI_BASIC, "wifi_5G_passwd", 63, 1 },
+  { "easymesh_config", MESH, "mesh_2G_passwd", 79, 1 },
+  { "easymesh_config", MESH, "mesh_5G_passwd", 79, 1 },
+  { "setloid", LOID_WIFI, "loid", 127, 1 },
+  { "setloid", LOID_WIFI, "loidPsd", 127, 1 },
+  { "setloid", LOID_WIFI, "wifiPsd", 63, 1 },
+  { "configAP", AP, "pwd2g", 63, 1 },
+  { "configAP", AP, "pwd5g", 63, 1 },
+  { "ddns", input_of("ddns"), "passwd", 31, 1 },
+}
+
+describe("a secret longer than its field", function()
+  before_each(function() h.reset() end)
+
+  for _, c in ipairs(SECRETS) do
+    local key, input, field, capacity, failure = c[1], c[2], c[3], c[4], c[5]
+    it("makes " .. key .. " answer " .. failure .. " for " .. field .. " and send nothing", function()
+      local before = h.model()
+      -- the last character straddling the capacity must not be cut to what fits
+      for _, long in ipairs { ("k"):rep(capacity + 1), ("k"):rep(capacity - 1) .. "é" } do
+        h.sim.clear_journal()
+        assert.are.equal(failure, v:set(key, copy_with(input, field, long)), field .. " of " .. #long)
+        assert.are.same(UNTOUCHED, h.ops(), field .. " of " .. #long)
+      end
+      assert.are.same(before, h.model())
+      h.sim.clear_journal()
+      v:set(key, copy_with(input, field, ("k"):rep(capacity)))
+      assert.are_not.same(UNTOUCHED, h.ops())
     end)
   end
 end)

@@ -11,6 +11,7 @@ bool uloop_cancelled = false;
 
 namespace {
 
+bool initialised = false;
 std::vector<uloop_fd*> watched;
 uloop_timeout* pending = nullptr;
 
@@ -61,12 +62,12 @@ void run_due_timeouts() {
 }  // namespace
 
 int uloop_init(void) {
-  uloop_cancelled = false;
+  initialised = true;
   return 0;
 }
 
 int uloop_fd_add(struct uloop_fd* sock, unsigned int flags) {
-  if (sock == nullptr || sock->fd < 0 || (flags & ULOOP_EVENT_MASK) == 0) return -1;
+  if (!initialised || sock == nullptr || sock->fd < 0 || (flags & ULOOP_EVENT_MASK) == 0) return -1;
   if (!is_watched(sock)) {
     try {
       watched.push_back(sock);
@@ -132,7 +133,6 @@ int uloop_run(void) {
   while (!uloop_cancelled) {
     run_due_timeouts();
     if (uloop_cancelled) break;
-    if (watched.empty() && pending == nullptr) break;
 
     fds.clear();
     owners.clear();
@@ -145,6 +145,8 @@ int uloop_run(void) {
       int64_t left = due_ms(pending) - now_ms();
       wait = left > 0 ? static_cast<int>(left > 60000 ? 60000 : left) : 0;
     }
+    // With nothing watched and nothing pending this waits for a signal whose
+    // handler ends the loop, as libubox's does.
     int ready = poll(fds.data(), fds.size(), wait);
     if (ready < 0) {
       if (errno == EINTR) continue;
@@ -176,4 +178,5 @@ void uloop_done(void) {
   }
   watched.clear();
   while (pending != nullptr) unlink_timeout(pending);
+  initialised = false;
 }

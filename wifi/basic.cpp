@@ -182,32 +182,39 @@ void apply_security(const char* auth, const char* passwd, ZoVelWlanDevice* wlan)
   replace_text(wlan->passphrase, passwd);
 }
 
-// Changes one band's record from the page's fields, read in the band's order. A band
-// switched off reads no other field. False (record half changed, never sent) when
-// a field is not a clean text.
-bool change_band(lua_State* L, const Band& band, ZoVelWlanDevice* wlan) {
-  char enbl[16];
-  if (!read_field(L, band.write.enbl, enbl)) return false;
-  if (decimal_value(enbl) != 1) {
-    wlan->enable = 0;
-    return true;
-  }
-  wlan->enable = 1;
+// One band's fields as the page sent them.
+struct BandInput {
+  bool enable;
   char ssid[64];
   char auth[16];
   char passwd[64];
   char strength[16];
-  if (!read_field(L, band.write.ssid, ssid) || !read_field(L, band.write.auth, auth) ||
-      !read_field(L, band.write.passwd, passwd)) {
-    return false;
+};
+
+// Reads one band's fields in the band's order; a band switched off reads no other
+// field. False when a field is not a clean text or the password does not fit whole.
+bool read_band(lua_State* L, const Band& band, BandInput* in) {
+  char enbl[16];
+  if (!read_field(L, band.write.enbl, enbl)) return false;
+  in->enable = decimal_value(enbl) == 1;
+  if (!in->enable) return true;
+  return read_field(L, band.write.ssid, in->ssid) && read_field(L, band.write.auth, in->auth) &&
+         read_secret(L, band.write.passwd, in->passwd) == SecretText::kFits &&
+         read_field(L, band.write.strength, in->strength);
+}
+
+// Changes one band's record from the page's fields.
+void change_band(const Band& band, const BandInput& in, ZoVelWlanDevice* wlan) {
+  if (!in.enable) {
+    wlan->enable = 0;
+    return;
   }
+  wlan->enable = 1;
   // 32 bytes, cut at a whole character as the page's text is.
   memset(wlan->ssid, 0, sizeof wlan->ssid);
-  copy_utf8_text(wlan->ssid, sizeof wlan->ssid, ssid);
-  if (!read_field(L, band.write.strength, strength)) return false;
-  wlan->tx_power = transmit_power(band, decimal_value(strength), wlan->high_power_class);
-  apply_security(auth, passwd, wlan);
-  return true;
+  copy_utf8_text(wlan->ssid, sizeof wlan->ssid, in.ssid);
+  wlan->tx_power = transmit_power(band, decimal_value(in.strength), wlan->high_power_class);
+  apply_security(in.auth, in.passwd, wlan);
 }
 
 struct WiFiFacts {
@@ -297,8 +304,9 @@ void get_wifi_basic(lua_State* L, const GetArgs&) {
   set_number(L, "wifi6", (facts.wifi6 || offers_wpa3()) ? 1 : 0);
 }
 
-// Every band's fields are read, band by band in list order, before any record is
-// sent, so a text that is not clean (1) or a missing field (a Lua error) leaves every
+// Every field is judged before the platform is asked anything: the 2.4 GHz band's,
+// then, when dual band is asked for, the 5 GHz band's. A text that is not clean or a
+// password that does not fit (1), or a missing field (a Lua error), leaves every
 // record as it was. Then 0 when no record was sent, otherwise the result of the last
 // one: a failure on the 2.4 GHz band is overwritten by the 5 GHz band's result.
 int32_t set_wifi_basic(lua_State* L) {
@@ -308,20 +316,23 @@ int32_t set_wifi_basic(lua_State* L) {
     if (!read_field(L, "wifi_dualBand", flag)) return kTextRefused;
     dual_band = decimal_value(flag) == 1;
   }
+  BandInput in_2g = {};
+  BandInput in_5g = {};
+  if (!read_band(L, kBand2G, &in_2g) || (dual_band && !read_band(L, kBand5G, &in_5g))) return kTextRefused;
   WlanList list;
   int32_t code = list.fill(ZoVelGetWLANDeviceObjs);
   if (code != 0) return code;
-  auto managed = [dual_band](const ZoVelWlanDevice& wlan) {
+  for (ZoVelWlanDevice& wlan : list) {
     const Band* band = band_of(wlan);
-    return (band == &kBand2G || (band == &kBand5G && dual_band)) ? band : nullptr;
-  };
-  for (ZoVelWlanDevice& wlan : list) {
-    const Band* band = managed(wlan);
-    if (band != nullptr && !change_band(L, *band, &wlan)) return kTextRefused;
-  }
-  // The record goes back whole, even when nothing in it changed.
-  for (ZoVelWlanDevice& wlan : list) {
-    if (managed(wlan) != nullptr) code = ZoVelSetWLANDevice(path_block(wlan), &wlan);
+    if (band == &kBand2G) {
+      change_band(*band, in_2g, &wlan);
+    } else if (band == &kBand5G && dual_band) {
+      change_band(*band, in_5g, &wlan);
+    } else {
+      continue;
+    }
+    // The record goes back whole, even when nothing in it changed.
+    code = ZoVelSetWLANDevice(path_block(wlan), &wlan);
   }
   list.release();
   return code;

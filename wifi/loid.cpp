@@ -83,29 +83,32 @@ void change_first_2g_network(const char* ssid, const char* password) {
 
 }  // namespace
 
+// Every field is judged before the hold-off check, which may clear the mark, and
+// before the LOID is stored: a field that is missing or of another type raises, and
+// one that is not clean or a secret that does not fit whole answers 1, with nothing
+// changed either way.
 int32_t set_loid(lua_State* L) {
-  int32_t left = hold_off_left();
-  if (left > 0) return left;
-
   char loid[128];
   char password[128];
   char has_wifi[16];
-  bool clean = read_field(L, "loid", loid);
-  clean = read_field(L, "loidPsd", password) && clean;
+  char ssid[64] = {};
+  char wifi_password[64] = {};
+  bool clean = read_secret(L, "loid", loid) == SecretText::kFits;
+  clean = read_secret(L, "loidPsd", password) == SecretText::kFits && clean;
   clean = read_field(L, "hasWiFi", has_wifi) && clean;
+  // Any value but 0 goes on to the network name, not only 1.
+  bool wifi = decimal_value(has_wifi) != 0;
+  if (wifi) {
+    clean = read_field(L, "wifiSsid", ssid) && clean;
+    clean = read_secret(L, "wifiPsd", wifi_password) == SecretText::kFits && clean;
+  }
   if (!clean) return kTextRefused;
+
+  int32_t left = hold_off_left();
+  if (left > 0) return left;
   int32_t code = ZoVelSysCmdSetLOID(loid, password, nullptr, nullptr, nullptr);
   if (code != 0) return code;
-  // Any value but 0 goes on to the network name, not only 1.
-  if (decimal_value(has_wifi) == 0) return 0;
-
-  char ssid[64];
-  char wifi_password[64];
-  clean = read_field(L, "wifiSsid", ssid);
-  clean = read_field(L, "wifiPsd", wifi_password) && clean;
-  // The LOID is stored by now and the Wi-Fi part never changes the result: a name
-  // or password that is not a clean text is not sent, and the answer stays 0.
-  if (!clean) return 0;
+  if (!wifi) return 0;
   if (wifi_password[0] == '\0') {
     ZoVelLog(kLogNotice, "SSID and password don't change");
     return 0;

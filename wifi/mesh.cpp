@@ -101,7 +101,8 @@ void send_roaming_thresholds(int32_t rcpi_2g, int32_t rcpi_5g) {
   reply.release();
 }
 
-// The page's fields of one band, read straight into the working record.
+// The page's fields of one band, read straight into the working record. False when
+// a text is not clean or the key does not fit whole.
 struct BandFields {
   char enable[16];
   char rssi[16];
@@ -112,7 +113,7 @@ bool read_band(lua_State* L, const char* const names[5], char (&ssid)[64], char 
   bool clean = read_field(L, names[0], band->enable);
   clean = read_field(L, names[1], ssid) && clean;
   clean = read_field(L, names[2], auth) && clean;
-  clean = read_field(L, names[3], key) && clean;
+  clean = read_secret(L, names[3], key) == SecretText::kFits && clean;
   return read_field(L, names[4], band->rssi) && clean;
 }
 

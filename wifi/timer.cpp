@@ -94,22 +94,27 @@ void get_wifi_timer(lua_State* L, const GetArgs&) {
 }
 
 // 0 without a write when the timer is off and stays off; 1 when a field is not a
-// clean text; otherwise the platform's code of the timer read or of the write.
+// clean text; otherwise the platform's code of the timer read or of the write. The
+// fields are judged before the platform is asked anything.
 int32_t set_wifi_timer(lua_State* L) {
+  char timing[16];
+  char start_time[sizeof ZoVelWiFiTimer::start_time] = {};
+  char end_time[sizeof ZoVelWiFiTimer::end_time] = {};
+  if (!read_field(L, "wifi_timing", timing)) return kTextRefused;
+  int32_t enable = decimal_value(timing);
+  if (enable != 0 && !(read_field(L, "start_time", start_time) && read_field(L, "end_time", end_time))) {
+    return kTextRefused;
+  }
   uint32_t mask = timer_ssid_mask();
   ZoVelWiFiTimer timer;
   memset(&timer, 0, sizeof timer);
   int32_t code = ZoVelGetWiFiTimer(&timer);
   if (code != 0) return code;
-  char timing[16];
-  if (!read_field(L, "wifi_timing", timing)) return kTextRefused;
-  int32_t enable = decimal_value(timing);
   if (enable == 0 && timer.enable == 0) return 0;
   // Switching the timer off keeps the times the platform has.
   if (enable != 0) {
-    if (!read_field(L, "start_time", timer.start_time) || !read_field(L, "end_time", timer.end_time)) {
-      return kTextRefused;
-    }
+    memcpy(timer.start_time, start_time, sizeof timer.start_time);
+    memcpy(timer.end_time, end_time, sizeof timer.end_time);
   }
   memset(timer.repeat_mode, 0, sizeof timer.repeat_mode);
   copy_text(timer.repeat_mode, "DAY");

@@ -1,13 +1,16 @@
 // The event loop stand-in on its own: readiness, time-outs, cancelling, deleting a
-// watcher with an event undelivered, and usock's non-blocking connect.
+// watcher with an event undelivered, blocking with nothing to wait for, watchers
+// refused without a loop, and usock's non-blocking connect.
 #include <arpa/inet.h>
 #include <errno.h>
 #include <libubox/uloop.h>
 #include <libubox/usock.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -95,6 +98,7 @@ void on_delete_other(uloop_fd* u, unsigned int) {
   Probe* other = self == &pair_for_delete->a ? &pair_for_delete->b : &pair_for_delete->a;
   uloop_fd_delete(&other->watcher);
   uloop_fd_delete(&self->watcher);
+  uloop_end();
 }
 
 void check_delete_drops_events() {
@@ -111,7 +115,7 @@ void check_delete_drops_events() {
   pair.b.watcher.cb = on_delete_other;
   uloop_fd_add(&pair.a.watcher, ULOOP_WRITE);
   uloop_fd_add(&pair.b.watcher, ULOOP_WRITE);
-  uloop_run();  // returns: nothing left to wait for
+  uloop_run();
   CHECK(pair.a.calls + pair.b.calls == 1);
   uloop_done();
   pair_for_delete = nullptr;  // the pair dies with this frame
@@ -136,6 +140,44 @@ void check_timeouts() {
   CHECK(uloop_timeout_cancel(&late) == 0 && !late.pending);
   CHECK(uloop_timeout_cancel(&late) == -1);
   uloop_done();
+}
+
+void do_nothing(uloop_timeout*) { ++fired; }
+void end_on_signal(int) { uloop_end(); }
+
+// With nothing watched and nothing pending, uloop_run waits, as libubox's does, until
+// something ends it: here a signal whose handler calls uloop_end 150 ms in. Before
+// uloop_init and after uloop_done no watcher is taken.
+void check_run_blocks_until_ended() {
+  int pair[2];
+  socketpair(AF_UNIX, SOCK_STREAM, 0, pair);
+  Probe p = {};
+  p.watcher.fd = pair[0];
+  p.watcher.cb = on_probe;
+  CHECK(uloop_fd_add(&p.watcher, ULOOP_READ) == -1 && !p.watcher.registered);
+
+  struct sigaction action = {};
+  action.sa_handler = end_on_signal;  // no SA_RESTART: the wait is interrupted
+  CHECK(sigaction(SIGALRM, &action, nullptr) == 0);
+  uloop_init();
+  uloop_timeout t = {};
+  t.cb = do_nothing;
+  fired = 0;
+  uloop_timeout_set(&t, 20);
+  struct itimerval alarm_at = {};
+  alarm_at.it_value.tv_usec = 150000;
+  int64_t start = now_ms();
+  CHECK(setitimer(ITIMER_REAL, &alarm_at, nullptr) == 0);
+  uloop_run();
+  int64_t took = now_ms() - start;
+  CHECK(fired == 1 && uloop_cancelled);
+  CHECK(took >= 140 && took < 5000);
+  uloop_done();
+  CHECK(uloop_fd_add(&p.watcher, ULOOP_READ) == -1);
+  action.sa_handler = SIG_DFL;
+  CHECK(sigaction(SIGALRM, &action, nullptr) == 0);
+  close(pair[0]);
+  close(pair[1]);
 }
 
 void check_usock() {
@@ -192,6 +234,7 @@ int main() {
   check_readiness();
   check_delete_drops_events();
   check_timeouts();
+  check_run_blocks_until_ended();
   check_usock();
   if (velcheck::failures != 0) fprintf(stderr, "%d checks failed\n", velcheck::failures);
   return velcheck::failures == 0 ? 0 : 1;

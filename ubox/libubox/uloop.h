@@ -1,6 +1,8 @@
 /* The part of libubox's event loop this module uses, for builds without libubox:
  * caller-owned fd watchers and time-outs, callbacks (handle, events), 0/-1 results,
- * uloop_run returning once uloop_cancelled is set after the current callback. */
+ * uloop_run blocking until uloop_cancelled is set (uloop_end), checked after the
+ * current callback, and watchers refused while no loop exists (before uloop_init,
+ * after uloop_done). */
 #pragma once
 
 #include <stdbool.h>
@@ -40,8 +42,9 @@ struct uloop_timeout {
 extern bool uloop_cancelled;
 
 int uloop_init(void);
-/* Runs until uloop_cancelled is set or nothing is left to wait for. */
+/* Runs until uloop_cancelled is set, also while nothing is watched or pending. */
 int uloop_run(void);
+static inline void uloop_end(void) { uloop_cancelled = true; }
 void uloop_done(void);
 
 int uloop_fd_add(struct uloop_fd *sock, unsigned int flags);

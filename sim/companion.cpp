@@ -475,10 +475,28 @@ const luaL_Reg kFunctions[] = {
     {nullptr, nullptr},
 };
 
+// Runs the companion function in upvalue 1 under the platform lock, so that tests
+// and the console change the simulator only between other threads' operations. The
+// lock is taken and given back by hand around a protected call: a Lua error raised
+// inside must not longjmp past a guard object.
+int locked_call(lua_State* L) {
+  lua_pushvalue(L, lua_upvalueindex(1));
+  lua_insert(L, 1);
+  velsim::platform_mutex().lock();
+  int rc = lua_pcall(L, lua_gettop(L) - 1, LUA_MULTRET, 0);
+  velsim::platform_mutex().unlock();
+  if (rc != 0) return lua_error(L);
+  return lua_gettop(L);
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) int luaopen_velconfig_simctl(lua_State* L) {
   lua_newtable(L);
-  luaL_register(L, nullptr, kFunctions);
+  for (const luaL_Reg* f = kFunctions; f->name != nullptr; ++f) {
+    lua_pushcfunction(L, f->func);
+    lua_pushcclosure(L, locked_call, 1);
+    lua_setfield(L, -2, f->name);
+  }
   return 1;
 }

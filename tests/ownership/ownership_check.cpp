@@ -20,6 +20,7 @@
 #include "platform/zovel.h"
 #include "sim/files.h"
 #include "sim/sim.h"
+#include "sim/transfers.h"
 #include "tests/check.h"
 
 namespace {
@@ -224,6 +225,34 @@ void check_json_fields() {
   CHECK(strcmp(out, "abcdefghijklmn") == 0);
 }
 
+int threads() {
+  int n = 0;
+  DIR* d = opendir("/proc/self/task");
+  if (d == nullptr) return -1;
+  while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
+  closedir(d);
+  return n;
+}
+
+// The copy worker is joined when the simulator goes away, even with a copy pending
+// (the pinned clock lets it copy nothing yet). Run last: no copy starts afterwards.
+void check_copy_worker_joined(const std::string& root) {
+  std::string source = root + "/copy-source";
+  CHECK(g_file_set_contents(source.c_str(), "bytes", -1, nullptr));
+  velsim::pin_clock(2000);
+  json_object_set_new(velsim::object_at("storage"), "copy_rate", json_integer(1));
+  int before = threads();
+  CHECK(velsim::start_transfer(source, root + "/copy-target", "/mnt/a", "/mnt/b") > 0);
+  CHECK(threads() == before + 1);
+  velsim::stop_copy_worker();
+  int after = threads();
+  for (int i = 0; i < 100 && after != before; ++i) {
+    g_usleep(10000);
+    after = threads();
+  }
+  CHECK(after == before);
+}
+
 }  // namespace
 
 int main() {
@@ -242,6 +271,7 @@ int main() {
   check_sim_seams(root);
   check_utf8_copy();
   check_json_fields();
+  check_copy_worker_joined(root);
 
   const char* argv[] = {"rm", "-rf", dir, nullptr};
   run_command(argv, 10000);

@@ -40,7 +40,8 @@ int open_descriptors() {
 pid_t pid_in(const std::string& path) {
   gchar* text = nullptr;
   pid_t pid = -1;
-  if (g_file_get_contents(path.c_str(), &text, nullptr, nullptr)) pid = static_cast<pid_t>(atoi(text));
+  if (g_file_get_contents(path.c_str(), &text, nullptr, nullptr))
+    pid = static_cast<pid_t>(strtol(text, nullptr, 10));
   g_free(text);
   return pid;
 }

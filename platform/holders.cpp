@@ -37,7 +37,10 @@ void release_entry(const Kept& k) noexcept {
       close(static_cast<int>(k.number));
       break;
     case Kept::Kind::kChild: {
+      // Commands lead a process group of their own: what they started goes too. The
+      // child is not reaped yet, so its group cannot be someone else's.
       pid_t pid = static_cast<pid_t>(k.number);
+      kill(-pid, SIGKILL);
       kill(pid, SIGKILL);
       while (waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
       }

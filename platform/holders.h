@@ -35,7 +35,8 @@ void release(void* p);
 // A descriptor, closed when released.
 void keep_descriptor(int fd);
 void release_descriptor(int fd);
-// A child process, killed and reaped when released before it was waited for.
+// A child process leading its own process group: the group is killed and the child
+// reaped when released before it was waited for.
 void keep_child(pid_t pid);
 // Forgets a child that has been reaped, so it is not signalled later.
 void forget_child(pid_t pid);

@@ -1,5 +1,6 @@
-// The command runner: posix_spawn with a pipe for the output, a deadline on the
-// monotonic clock, and SIGKILL for a command that outlives it.
+// The command runner: posix_spawn into a process group of its own with a pipe for
+// the output, one poll on the pipe and the child's pidfd up to a deadline on the
+// monotonic clock, and SIGKILL to the whole group for a command that outlives it.
 #include "platform/process.h"
 
 #include <fcntl.h>
@@ -7,6 +8,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <string.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,9 +21,30 @@ namespace velconfig {
 namespace {
 
 constexpr size_t kProgramRoom = 512;  // a tool's path, not a page's text
+// Without a pidfd (kernels before 5.3) the end of a child that leaves its output
+// open is noticed by waitpid between polls of the pipe at most this far apart.
+constexpr int kReapIntervalMs = 50;
 
-// Starts the command with its output on a pipe; the read end is returned (kept in the
-// scope) and the child is kept too. -1 when it cannot start.
+// The spawn set-up: stdin and stderr on /dev/null, stdout on the pipe, a process
+// group of its own (so a time-out kills what it started too), and the signal mask
+// and SIGPIPE as a fresh program expects them, whatever the host process set.
+bool prepare(posix_spawn_file_actions_t* actions, posix_spawnattr_t* attr, int out) {
+  sigset_t none;
+  sigset_t defaults;
+  sigemptyset(&none);
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  return posix_spawn_file_actions_addopen(actions, 0, "/dev/null", O_RDONLY, 0) == 0 &&
+         posix_spawn_file_actions_adddup2(actions, out, 1) == 0 &&
+         posix_spawn_file_actions_addopen(actions, 2, "/dev/null", O_WRONLY, 0) == 0 &&
+         posix_spawnattr_setflags(
+             attr, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0 &&
+         posix_spawnattr_setpgroup(attr, 0) == 0 && posix_spawnattr_setsigmask(attr, &none) == 0 &&
+         posix_spawnattr_setsigdefault(attr, &defaults) == 0;
+}
+
+// Starts the command with its output on a pipe; the read end (non-blocking) is
+// returned and kept in the scope, and the child is kept too. -1 when it cannot start.
 int start(const char* const argv[], pid_t* pid) {
   char program[kProgramRoom];
   if (argv == nullptr || argv[0] == nullptr || !command_program(argv[0], program, sizeof program)) return -1;
@@ -29,15 +52,26 @@ int start(const char* const argv[], pid_t* pid) {
   if (pipe2(fds, O_CLOEXEC) != 0) return -1;
   call_scope::keep_descriptor(fds[0]);
   call_scope::keep_descriptor(fds[1]);
+  int flags = fcntl(fds[0], F_GETFL);
+  if (flags < 0 || fcntl(fds[0], F_SETFL, flags | O_NONBLOCK) != 0) {
+    call_scope::release_descriptor(fds[1]);
+    call_scope::release_descriptor(fds[0]);
+    return -1;
+  }
 
   posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  int rc =
-      posix_spawnp(pid, program, &actions, nullptr, const_cast<char* const*>(argv), command_environment());
-  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_t attr;
+  int rc = -1;
+  if (posix_spawn_file_actions_init(&actions) == 0) {
+    if (posix_spawnattr_init(&attr) == 0) {
+      if (prepare(&actions, &attr, fds[1])) {
+        rc = posix_spawnp(pid, program, &actions, &attr, const_cast<char* const*>(argv),
+                          command_environment());
+      }
+      posix_spawnattr_destroy(&attr);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+  }
   call_scope::release_descriptor(fds[1]);
   if (rc != 0) {
     call_scope::release_descriptor(fds[0]);
@@ -47,48 +81,91 @@ int start(const char* const argv[], pid_t* pid) {
   return fds[0];
 }
 
-// Reads the output until it ends or the deadline passes, keeping the first line.
-// False when the deadline passed.
-bool drain(int fd, int64_t deadline, char* line, size_t cap) {
+// A descriptor that becomes readable when the child ends, kept in the scope; -1
+// where the kernel has none.
+int child_descriptor(pid_t pid) {
+#ifdef SYS_pidfd_open
+  // Close-on-exec by nature.
+  int fd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+  if (fd >= 0) {
+    call_scope::keep_descriptor(fd);
+    return fd;
+  }
+#else
+  (void)pid;
+#endif
+  return -1;
+}
+
+// Keeps the first line of what the command wrote, without its line end.
+struct LineKeeper {
+  char* line;
+  size_t cap;
   size_t used = 0;
-  bool line_done = line == nullptr;
-  char buf[512];
-  for (;;) {
-    int64_t left = deadline - monotonic_ms();
-    if (left <= 0) return false;
-    struct pollfd p = {fd, POLLIN, 0};
-    int ready = poll(&p, 1, static_cast<int>(left > 60000 ? 60000 : left));
-    if (ready < 0 && errno != EINTR) return false;
-    if (ready <= 0) continue;
-    ssize_t n = read(fd, buf, sizeof buf);
-    if (n < 0 && (errno == EINTR || errno == EAGAIN)) continue;
-    if (n <= 0) return true;
-    for (ssize_t i = 0; i < n && !line_done; ++i) {
-      if (buf[i] == '\n' || buf[i] == '\r') {
-        line_done = true;
+  bool done;
+
+  void take(const char* data, size_t n) {
+    for (size_t i = 0; i < n && !done; ++i) {
+      if (data[i] == '\n' || data[i] == '\r') {
+        done = true;
       } else if (used + 1 < cap) {
-        line[used++] = buf[i];
+        line[used++] = data[i];
         line[used] = '\0';
       }
     }
   }
+};
+
+// Reads what the pipe holds now. False once it has ended (every writer closed it,
+// or it failed); EAGAIN only means nothing is there yet.
+bool read_available(int fd, LineKeeper* keeper) {
+  char buf[512];
+  for (;;) {
+    ssize_t n = read(fd, buf, sizeof buf);
+    if (n > 0) {
+      keeper->take(buf, static_cast<size_t>(n));
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    return n < 0 && errno == EAGAIN;
+  }
 }
 
-// Waits for the child to end until the deadline. Its exit status, or kCommandFailed.
-int reap(pid_t pid, int64_t deadline) {
+// Collects the child's status if it has ended. True when it has (status set).
+bool try_reap(pid_t pid, int* status) {
+  int raw = 0;
+  pid_t done;
+  do {
+    done = waitpid(pid, &raw, WNOHANG);
+  } while (done < 0 && errno == EINTR);
+  if (done == 0) return false;
+  call_scope::forget_child(pid);
+  *status = done == pid && WIFEXITED(raw) ? WEXITSTATUS(raw) : kCommandFailed;
+  return true;
+}
+
+// Reads the output until the child has ended and the pipe is drained or closed, or
+// until the deadline. The child's exit status; kCommandFailed when it was killed,
+// could not be waited for, or the deadline passed (the caller kills it then).
+// A grandchild that keeps the pipe open does not hold the call: once the child has
+// ended, only what is already in the pipe is read.
+int wait_for(pid_t pid, int out, int ended, int64_t deadline, LineKeeper* keeper) {
+  bool open = true;
+  int status = kCommandFailed;
   for (;;) {
-    int status = 0;
-    pid_t done = waitpid(pid, &status, WNOHANG);
-    if (done == pid) {
-      call_scope::forget_child(pid);
-      return WIFEXITED(status) ? WEXITSTATUS(status) : kCommandFailed;
+    if (try_reap(pid, &status)) {
+      if (open) read_available(out, keeper);
+      return status;
     }
-    if (done < 0 && errno != EINTR) {
-      call_scope::forget_child(pid);
-      return kCommandFailed;
-    }
-    if (monotonic_ms() >= deadline) return kCommandFailed;
-    usleep(1000);
+    int64_t left = deadline - monotonic_ms();
+    if (left <= 0) return kCommandFailed;
+    struct pollfd p[2] = {{out, POLLIN, 0}, {ended, POLLIN, 0}};
+    int wait_ms = static_cast<int>(left > 60000 ? 60000 : left);
+    if (ended < 0 && wait_ms > kReapIntervalMs) wait_ms = kReapIntervalMs;
+    // With the pipe closed only the child's end is waited for.
+    int ready = poll(open ? p : p + 1, ended >= 0 ? (open ? 2 : 1) : (open ? 1 : 0), wait_ms);
+    if (ready < 0 && errno != EINTR) return kCommandFailed;
+    if (open && ready > 0 && p[0].revents != 0) open = read_available(out, keeper);
   }
 }
 
@@ -98,9 +175,12 @@ int run(const char* const argv[], char* line, size_t cap, int timeout_ms) {
   pid_t pid = 0;
   int fd = start(argv, &pid);
   if (fd < 0) return kCommandFailed;
-  int status = drain(fd, deadline, line, cap) ? reap(pid, deadline) : kCommandFailed;
-  // A command still running is killed and reaped here.
+  LineKeeper keeper{line, cap, 0, line == nullptr};
+  int ended = child_descriptor(pid);
+  int status = wait_for(pid, fd, ended, deadline, &keeper);
+  // A command still running is killed with its group and reaped here.
   call_scope::release_child(pid);
+  call_scope::release_descriptor(ended);
   call_scope::release_descriptor(fd);
   return status;
 }

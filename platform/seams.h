@@ -5,6 +5,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 namespace velconfig {
 
@@ -21,6 +22,10 @@ void sleep_seconds(unsigned seconds);
 // Writes into out where the gateway file at path (for example "/tmp/lanhostsrate")
 // lives in this build. False when it does not fit into cap characters.
 bool gateway_file_path(const char* path, char* out, size_t cap);
+
+// Writes to a file the module replaces whole (the rate file), as write(2) does. The
+// simulator's tests make it write short or fail as a full disk does.
+ssize_t write_file_bytes(int fd, const void* data, size_t length);
 
 // The program that runs the command called name ("uci"): a path, or name itself to
 // be searched on PATH. False when it does not fit into cap characters.

@@ -32,6 +32,8 @@ void sleep_seconds(unsigned seconds) { sleep(seconds); }
 
 bool gateway_file_path(const char* path, char* out, size_t cap) { return copy_whole(path, out, cap); }
 
+ssize_t write_file_bytes(int fd, const void* data, size_t length) { return write(fd, data, length); }
+
 bool command_program(const char* name, char* out, size_t cap) { return copy_whole(name, out, cap); }
 
 char* const* command_environment() { return environ; }

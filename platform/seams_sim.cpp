@@ -29,6 +29,10 @@ bool gateway_file_path(const char* path, char* out, size_t cap) {
   return true;
 }
 
+ssize_t write_file_bytes(int fd, const void* data, size_t length) {
+  return velconfig_sim_write(fd, data, length);
+}
+
 bool command_program(const char* name, char* out, size_t cap) {
   const char* tools = velconfig_sim_tools_dir();
   int n = snprintf(out, cap, "%s/%s", tools, name);

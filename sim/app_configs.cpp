@@ -20,6 +20,7 @@ extern "C" __attribute__((visibility("default"))) void velconfig_sim_provide_fil
   const char* name = gateway_path + sizeof kFolder - 1;
   if (*name == '\0' || strchr(name, '/') != nullptr) return;
   try {
+    std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
     json_t* lines = json_object_get(json_object_get(velsim::model(), "app_configs"), name);
     if (!json_is_array(lines) || g_file_test(host_path, G_FILE_TEST_EXISTS)) return;
     std::string text;

@@ -339,5 +339,6 @@ void reset_cloud() {
 }  // namespace velsim
 
 extern "C" __attribute__((visibility("default"))) int velconfig_sim_app_market_timeout_ms(void) {
+  std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
   return velsim::peer().timeout_ms;
 }

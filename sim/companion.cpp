@@ -478,10 +478,34 @@ const luaL_Reg kFunctions[] = {
     {nullptr, nullptr},
 };
 
+// Runs the companion function in upvalue 1 (named by upvalue 2) under the platform
+// lock, so that tests and the console change the simulator only between other
+// threads' operations. The lock is taken and given back by hand around a protected
+// call: a Lua error raised inside must not longjmp past a guard object.
+int locked_call(lua_State* L) {
+  lua_pushvalue(L, lua_upvalueindex(1));
+  lua_insert(L, 1);
+  velsim::platform_mutex().lock();
+  int rc = lua_pcall(L, lua_gettop(L) - 1, LUA_MULTRET, 0);
+  velsim::platform_mutex().unlock();
+  if (rc == 0) return lua_gettop(L);
+  // A function run by lua_pcall has no name of its own: argument errors get it back.
+  if (lua_type(L, -1) == LUA_TSTRING) {
+    lua_pushfstring(L, "to '%s'", lua_tostring(L, lua_upvalueindex(2)));
+    luaL_gsub(L, lua_tostring(L, -2), "to '?'", lua_tostring(L, -1));
+  }
+  return lua_error(L);
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) int luaopen_velconfig_simctl(lua_State* L) {
   lua_newtable(L);
-  luaL_register(L, nullptr, kFunctions);
+  for (const luaL_Reg* f = kFunctions; f->name != nullptr; ++f) {
+    lua_pushcfunction(L, f->func);
+    lua_pushstring(L, f->name);
+    lua_pushcclosure(L, locked_call, 2);
+    lua_setfield(L, -2, f->name);
+  }
   return 1;
 }

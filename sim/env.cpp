@@ -1,6 +1,7 @@
 // The simulator's side of the module's process and time seams: the monotonic clock
 // and the sleep tests can control, the tools directory, the commands' environment,
 // and the confinement of gateway paths to the file root.
+#include <errno.h>
 #include <glib.h>
 #include <stdlib.h>
 #include <string.h>
@@ -133,24 +134,49 @@ extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_monotoni
   struct timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
   int64_t ms = static_cast<int64_t>(ts.tv_sec) * 1000 + ts.tv_nsec / 1000000;
+  std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
   return velsim::saturating_add(ms, velsim::env().monotonic_offset);
 }
 
 extern "C" __attribute__((visibility("default"))) void velconfig_sim_sleep(unsigned seconds) {
-  velsim::env().slept = velsim::saturating_add(velsim::env().slept, seconds);
-  if (velsim::clock_pinned()) {
-    velsim::pin_clock(velsim::plus_seconds(velsim::now(), seconds));
-    velsim::advance_monotonic(static_cast<int64_t>(seconds) * 1000);
-  } else {
-    sleep(seconds);
+  {
+    std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
+    velsim::env().slept = velsim::saturating_add(velsim::env().slept, seconds);
+    if (velsim::clock_pinned()) {
+      velsim::pin_clock(velsim::plus_seconds(velsim::now(), seconds));
+      velsim::advance_monotonic(static_cast<int64_t>(seconds) * 1000);
+      return;
+    }
   }
+  // A real sleep holds nothing: other threads' operations go on meanwhile.
+  sleep(seconds);
+}
+
+extern "C" __attribute__((visibility("default"))) ssize_t velconfig_sim_write(int fd, const void* data,
+                                                                              size_t length) {
+  int32_t error = 0;
+  bool short_write = false;
+  try {
+    std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
+    short_write = velsim::take_fault("write_short", &error);
+    if (short_write || !velsim::take_fault("write", &error)) error = 0;
+  } catch (...) {
+  }
+  if (error > 0) {
+    errno = error;
+    return -1;
+  }
+  if (short_write && length > 1) length /= 2;
+  return write(fd, data, length);
 }
 
 extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_tools_dir(void) {
+  std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
   return velsim::tools_dir();
 }
 
 extern "C" __attribute__((visibility("default"))) char* const* velconfig_sim_command_environment(void) {
+  std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
   velsim::ensure_stock_config();
   static thread_local std::vector<std::string> texts;
   static thread_local std::vector<char*> pointers;

@@ -50,6 +50,7 @@ extern "C" void ZoVelLog(int32_t level, const char* format, ...) {
   gchar* text = g_strdup_vprintf(format, ap);
   va_end(ap);
   try {
+    std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
     velsim::add_log(level, text);
   } catch (...) {
   }

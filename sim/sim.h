@@ -9,10 +9,16 @@
 #include <string.h>
 
 #include <initializer_list>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace velsim {
+
+// Held around every simulated operation and every use of the simulator's state: a
+// platform library is shared by the threads of the program that loads it. Recursive,
+// because an operation may run another (a reader logs). Never destroyed.
+std::recursive_mutex& platform_mutex();
 
 // The model: with a state file (VELCONFIG_SIM_STATE or use_state_file), the file's
 // contents as of the current operation; else the embedded default, in memory.
@@ -248,6 +254,7 @@ int32_t list_records(const std::vector<json_t*>& items, Record** out, Count* cou
 template <class Body>
 int32_t operation(const char* op, json_t* args, Body body) noexcept {
   try {
+    std::lock_guard<std::recursive_mutex> hold(platform_mutex());
     journal(op, args);
     int32_t code = 0;
     if (take_fault(op, &code)) return code;

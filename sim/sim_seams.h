@@ -1,7 +1,9 @@
 // What the simulator offers the module's seams (clocks, sleep, file root, commands).
 #pragma once
 
+#include <stddef.h>
 #include <stdint.h>
+#include <sys/types.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -20,6 +22,10 @@ const char* velconfig_sim_tools_dir(void);
 // This process's environment with VELCONFIG_ROOT set to the file root and the tools
 // directory first on PATH. Valid until the next call from the same thread.
 char* const* velconfig_sim_command_environment(void);
+// write(2) for the files the module replaces whole, with the faults tests set: under
+// "write_short" it writes half of what was asked (at least one byte); otherwise
+// under "write" it fails with the fault's code as errno (28, ENOSPC: a full disk).
+ssize_t velconfig_sim_write(int fd, const void* data, size_t length);
 // Writes the gateway file at gateway_path to host_path from the model when the model
 // describes it and it is missing (the applications' /etc/config files).
 void velconfig_sim_provide_file(const char* gateway_path, const char* host_path);

@@ -279,6 +279,11 @@ bool save_model() {
 
 }  // namespace
 
+std::recursive_mutex& platform_mutex() {
+  static std::recursive_mutex* m = new std::recursive_mutex;
+  return *m;
+}
+
 ModelSession::ModelSession() noexcept {
   State& s = state();
   if (s.session_depth++ > 0) return;
@@ -698,8 +703,12 @@ void store_reserved(json_t* entry, json_t* reserved, std::initializer_list<ByteR
 
 }  // namespace velsim
 
-extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void) { return velsim::now(); }
+extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void) {
+  std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
+  return velsim::now();
+}
 
 extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_file_root(void) {
+  std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
   return velsim::file_root();
 }

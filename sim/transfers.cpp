@@ -24,6 +24,10 @@ namespace {
 constexpr size_t kChunk = size_t{64} * 1024;
 // Finished transfers the model remembers, so that late polls still get an answer.
 constexpr size_t kFinishedKept = 32;
+// The longest a storage operation waits for the worker to catch up: a copy slower
+// than the clock allows (a slow disk) then shows what it has done so far, and the
+// next operation waits again.
+constexpr auto kCatchUpWait = std::chrono::seconds(2);
 
 // One folder to make or one file to copy, in the order the copy does them.
 struct Piece {
@@ -71,12 +75,14 @@ struct Job {
 
 struct Worker {
   std::mutex m;
-  std::condition_variable cv;  // work granted, or progress made
+  std::condition_variable cv;  // work granted, progress made, or stop asked
   std::vector<std::shared_ptr<Job>> jobs;
-  bool started = false;
+  std::thread thread;
+  bool stopping = false;
 };
 
-// Never destroyed: the detached worker may still run while the process exits.
+// Never destroyed: operations may still run from other libraries' exit handlers
+// after the worker has been stopped.
 Worker& worker() {
   static Worker* w = new Worker;
   return *w;
@@ -157,7 +163,9 @@ Step copy_step(Job& job, size_t index, uint64_t offset, uint64_t budget, char* b
   }
   if (job.in < 0) {
     job.in = open(p.from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    job.out = open(p.to.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (offset == 0 ? O_TRUNC : 0), 0644);
+    // Non-blocking: a FIFO planted at the target fails the copy instead of stalling it.
+    job.out =
+        open(p.to.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | (offset == 0 ? O_TRUNC : 0), 0644);
     if (job.in < 0 || job.out < 0 || lseek(job.in, static_cast<off_t>(offset), SEEK_SET) < 0 ||
         lseek(job.out, static_cast<off_t>(offset), SEEK_SET) < 0) {
       job.close_files();
@@ -192,6 +200,7 @@ void run_worker() {
   std::unique_lock<std::mutex> lock(w.m);
   size_t next = 0;
   for (;;) {
+    if (w.stopping) return;
     std::shared_ptr<Job> job;
     bool clock_bound = false;
     for (size_t i = 0; i < w.jobs.size() && job == nullptr; ++i) {
@@ -239,15 +248,18 @@ void run_worker() {
   }
 }
 
-// Adds job and makes sure the worker runs. Lock held.
+// Adds job and makes sure the worker runs (unless the library is being unloaded: the
+// model keeps the copy, and the next run resumes it). Lock held.
 void submit(Worker& w, std::shared_ptr<Job> job) {
   w.jobs.push_back(std::move(job));
-  if (!w.started) {
-    std::thread(run_worker).detach();
-    w.started = true;
-  }
+  if (!w.thread.joinable() && !w.stopping) w.thread = std::thread(run_worker);
   w.cv.notify_all();
 }
+
+// Joins the worker when the library is unloaded or the process exits.
+struct WorkerStop {
+  ~WorkerStop() { stop_copy_worker(); }
+} worker_stop;
 
 // Positions a resumed job at its copied bytes: whole files already copied are
 // skipped, folders and empty files at the resume point are simply made again. Lock
@@ -360,7 +372,7 @@ void sync_transfers() {
     job->allowed = allowance(*job, at);
   }
   w.cv.notify_all();
-  w.cv.wait(lock, [&] {
+  w.cv.wait_for(lock, kCatchUpWait, [&] {
     for (const std::shared_ptr<Job>& job : w.jobs) {
       if (job->busy || has_work(*job, job->allowed)) return false;
     }
@@ -419,12 +431,24 @@ void cancel_transfers_under(const std::string& folder) {
       job->state = State::kFailed;
     }
   }
-  w.cv.wait(lock, [&] {
+  w.cv.wait_for(lock, kCatchUpWait, [&] {
     for (const std::shared_ptr<Job>& job : w.jobs) {
       if (job->busy) return false;
     }
     return true;
   });
+}
+
+void stop_copy_worker() {
+  Worker& w = worker();
+  std::thread thread;
+  {
+    std::lock_guard<std::mutex> lock(w.m);
+    w.stopping = true;
+    w.cv.notify_all();
+    thread.swap(w.thread);
+  }
+  if (thread.joinable()) thread.join();
 }
 
 }  // namespace velsim

@@ -18,7 +18,8 @@ namespace velsim {
 // The host path of a gateway path on a disk, confined to that disk (ops_storage.cpp).
 bool disk_host_path(const char* gateway_path, std::string* host);
 
-// Brings the model's transfers up to date with the worker (see above). Main thread.
+// Brings the model's transfers up to date with the worker (see above), waiting for
+// it at most a bounded time. Under the platform lock.
 void sync_transfers();
 
 // Starts copying the file or folder at host path source to host path target (which
@@ -28,7 +29,12 @@ int32_t start_transfer(const std::string& source, const std::string& target, con
                        const char* gateway_target);
 
 // Fails every unfinished transfer reading or writing under host folder and waits
-// until the worker has let go of them.
+// (a bounded time) until the worker has let go of them.
 void cancel_transfers_under(const std::string& folder);
+
+// Stops the worker after its current step and joins it; copies not finished stay
+// "copying" in the model, for a later run to resume. Runs when the library is
+// unloaded; no copy starts afterwards.
+void stop_copy_worker();
 
 }  // namespace velsim

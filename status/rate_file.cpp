@@ -147,7 +147,7 @@ char* format_line(char* out, const HostRate& record) {
 
 bool write_all(int fd, const char* data, size_t length) {
   while (length > 0) {
-    ssize_t n = write(fd, data, length);
+    ssize_t n = write_file_bytes(fd, data, length);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
     data += n;
@@ -260,7 +260,6 @@ void store_host_rates(const HostRateTable& table, size_t count) {
   int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   int fd = open(temp, flags, 0644);
   if (fd < 0 && errno == EEXIST && unlink(temp) == 0) fd = open(temp, flags, 0644);
-  bool stored = false;
   if (fd >= 0) {
     // Formatted a chunk at a time, for the same reason the file is read that way.
     char text[kWriteChunk];
@@ -273,11 +272,11 @@ void store_host_rates(const HostRateTable& table, size_t count) {
         end = text;
       }
     }
-    stored = (close(fd) == 0) && written && rename(temp, path) == 0;
+    // A file that cannot be replaced whole stays as it was: its counters and stamp
+    // still agree, so it serves as a baseline until it grows stale.
+    bool stored = (close(fd) == 0) && written && rename(temp, path) == 0;
     if (!stored) unlink(temp);
   }
-  // A file that could not be replaced must not serve as a baseline.
-  if (!stored) unlink(path);
 }
 
 void HostSpeedComputation::start() {

@@ -81,11 +81,46 @@ describe("rate file baseline", function()
     assert.are.same({ { 0, 0 }, { 0, 0 } }, speeds())
   end)
 
-  it("reads a stored counter beyond 64 bits as the largest, whatever its sign", function()
-    with_hosts({ host(1, { down_bytes = 81 }) })
-    h.write_file(RATES, string.format("%23s -99999999999999999999 0 %d\n", "000000000001", T0 - 10))
-    assert.are.same({ { 0, 0 } }, speeds())
-  end)
+  -- As strtoul reads them: beyond 64 bits the largest whatever the sign, a minus
+  -- wraps a number that fits. The device now has 81 bytes, 10 s later.
+  for _, c in ipairs({
+    { "beyond 64 bits with a minus is the largest", "-99999999999999999999", { { 0, 0 } } },
+    { "of exactly 2^64-1 is the largest", "18446744073709551615", { { 0, 0 } } },
+    { "of minus (2^64-1) wraps to 1", "-18446744073709551615", { { 0, 64 } } },
+  }) do
+    it("reads a stored counter " .. c[1], function()
+      with_hosts({ host(1, { down_bytes = 81 }) })
+      h.write_file(RATES, string.format("%23s %s 0 %d\n", "000000000001", c[2], T0 - 10))
+      assert.are.same(c[3], speeds())
+    end)
+  end
+
+  -- The file system under the rate file: a write that cannot finish leaves the old
+  -- file whole; short or interrupted writes that can finish leave the new one whole.
+  -- 60 devices make a file of several write chunks. Never a temporary file left.
+  for _, c in ipairs({
+    { "a full disk", { { "write", 28 } }, false },
+    { "a full disk after a short write", { { "write_short", 0, 1 }, { "write", 28 } }, false },
+    { "every write short", { { "write_short", 0 } }, true },
+    { "an interrupted write", { { "write", 4, 1 } }, true },
+  }) do
+    it("keeps a whole file with " .. c[1], function()
+      local hosts, old, new = {}, "", ""
+      for i = 1, 60 do
+        hosts[i] = host(i, { up_bytes = 80 })
+        old = old .. line(string.format("%012X", i), 0, 0, T0 - 10)
+        new = new .. line(string.format("%012X", i), 0, 80, T0)
+      end
+      with_hosts(hosts)
+      h.write_file(RATES, old)
+      for _, f in ipairs(c[2]) do h.sim.fail(f[1], f[2], f[3]) end
+      local s = speeds()
+      h.sim.clear_faults()
+      assert.are.same({ 64, 0 }, s[60])
+      assert.are.equal(c[3] and new or old, h.read_file(RATES))
+      assert.is_nil(io.popen("ls " .. h.file("/tmp")):read("*a"):find("lanhostsrate%."))
+    end)
+  end
 
   it("finds a MAC stored in another letter case, but nothing after a blank line", function()
     with_hosts({ host(1, { mac = "AABBCCDDEE01", up_bytes = 80 }), host(2, { mac = "AABBCCDDEE02", up_bytes = 80 }) })

@@ -424,6 +424,10 @@ describe("storage", function()
       assert.are.equal(20, v:get("copyProgress", tostring(id)).percent)
       v:get("usbFormat", "3")
       assert.are.same({ percent = 200 }, v:get("copyProgress", tostring(id)))
+      -- a FIFO planted at the target fails the copy instead of stalling the copies
+      assert(os.execute("mkfifo " .. h.file("/mnt/dst/a")) == 0)
+      id = v:get("copyMove", "copy|/mnt/src|/mnt/dst|a", "a/").transId
+      assert.are.same({ percent = 200 }, v:get("copyProgress", tostring(id)))
       sim.fail("ZoVel_NAS_GetCopyProgress", -1)
       assert.are.same({ percent = 200 }, v:get("copyProgress", "1"))
     end)

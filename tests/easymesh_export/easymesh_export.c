@@ -2,13 +2,15 @@
  * velconfig.so with dlopen (lazily: this program has no Lua interpreter, and the
  * reader never calls into Lua) and reads the record by the published offsets.
  *
- * usage: easymesh_export MODULE [CALLS [clear|fill]]
+ * usage: easymesh_export MODULE [CALLS [clear|fill [THREADS]]]
  * Prints "null <result>" for a null record, then the result and every field of a
  * record that was cleared (or filled with 'x' bytes) before the call, then how many
- * of CALLS further calls gave the same result and the same record byte for byte.
+ * of CALLS further calls (made by each of THREADS threads at once, default 1) gave
+ * the same result and the same record byte for byte.
  * Exit status 0 when the module loads, the record's tail guard stays untouched and
  * every call agrees; 1 otherwise. */
 #include <dlfcn.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -33,6 +35,19 @@ static const struct Text kTexts[] = {
 static const struct Flag kFlags[] = {{"enable", 256}, {"enable_2g", 260}, {"enable_5g", 264}};
 
 typedef int32_t (*Reader)(void* record);
+
+enum { kMaxThreads = 16 };
+
+static unsigned char first[kRecordSize + kGuard];
+
+struct Caller {
+  pthread_t thread;
+  Reader read_config;
+  int32_t rc;
+  long calls;
+  int fill;
+  long same;
+};
 
 static void prepare(unsigned char* record, int fill) {
   memset(record, fill ? 'x' : 0, kRecordSize);
@@ -61,6 +76,16 @@ static void print_record(const unsigned char* record) {
   }
 }
 
+static void* call_repeatedly(void* arg) {
+  struct Caller* c = arg;
+  unsigned char again[kRecordSize + kGuard];
+  for (long i = 0; i < c->calls; ++i) {
+    prepare(again, c->fill);
+    if (c->read_config(again) == c->rc && memcmp(first, again, kRecordSize) == 0 && guard_intact(again)) ++c->same;
+  }
+  return NULL;
+}
+
 int main(int argc, char** argv) {
   if (argc < 2) {
     fprintf(stderr, "usage: easymesh_export MODULE [CALLS [clear|fill]]\n");
@@ -68,6 +93,11 @@ int main(int argc, char** argv) {
   }
   long calls = argc > 2 ? strtol(argv[2], NULL, 10) : 0;
   int fill = argc > 3 && strcmp(argv[3], "fill") == 0;
+  long threads = argc > 4 ? strtol(argv[4], NULL, 10) : 1;
+  if (threads < 1 || threads > kMaxThreads) {
+    fprintf(stderr, "THREADS must be 1 to %d\n", kMaxThreads);
+    return 2;
+  }
 
   void* module = dlopen(argv[1], RTLD_LAZY | RTLD_LOCAL);
   if (module == NULL) {
@@ -83,20 +113,25 @@ int main(int argc, char** argv) {
 
   printf("null %d\n", (int)read_config(NULL));
 
-  static unsigned char first[kRecordSize + kGuard];
-  static unsigned char again[kRecordSize + kGuard];
   prepare(first, fill);
   int32_t rc = read_config(first);
   printf("rc %d\n", (int)rc);
   print_record(first);
   int ok = guard_intact(first);
 
-  long same = 0;
-  for (long i = 0; i < calls; ++i) {
-    prepare(again, fill);
-    if (read_config(again) == rc && memcmp(first, again, kRecordSize) == 0 && guard_intact(again)) ++same;
+  struct Caller callers[kMaxThreads];
+  long started = 0;
+  for (long t = 0; t < threads; ++t) {
+    callers[t] = (struct Caller){.read_config = read_config, .rc = rc, .calls = calls, .fill = fill, .same = 0};
+    if (pthread_create(&callers[t].thread, NULL, call_repeatedly, &callers[t]) != 0) break;
+    ++started;
   }
-  printf("calls %ld same %ld\n", calls, same);
+  long same = 0;
+  for (long t = 0; t < started; ++t) {
+    pthread_join(callers[t].thread, NULL);
+    same += callers[t].same;
+  }
+  printf("calls %ld same %ld\n", calls * threads, same);
   dlclose(module);
-  return ok && same == calls ? 0 : 1;
+  return ok && same == calls * threads ? 0 : 1;
 }

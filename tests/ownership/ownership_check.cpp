@@ -2,6 +2,7 @@
 // outside any Lua call the way a C program calling the exported function runs.
 #include <dirent.h>
 #include <glib.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,6 +20,7 @@
 #include "platform/zovel.h"
 #include "sim/files.h"
 #include "sim/sim.h"
+#include "sim/transfers.h"
 #include "tests/check.h"
 
 namespace {
@@ -32,6 +34,32 @@ int open_descriptors() {
   while (readdir(d) != nullptr) ++n;
   closedir(d);
   return n;
+}
+
+// The process id a script wrote into path, or -1.
+pid_t pid_in(const std::string& path) {
+  gchar* text = nullptr;
+  pid_t pid = -1;
+  if (g_file_get_contents(path.c_str(), &text, nullptr, nullptr))
+    pid = static_cast<pid_t>(strtol(text, nullptr, 10));
+  g_free(text);
+  return pid;
+}
+
+// Whether pid runs, waiting up to a second for a kill to take effect (a process
+// reparented to an init that does not reap stays a zombie: that counts as ended).
+bool running(pid_t pid) {
+  for (int i = 0; pid > 0 && i < 100; ++i) {
+    gchar* stat = nullptr;
+    std::string path = "/proc/" + std::to_string(pid) + "/stat";
+    if (!g_file_get_contents(path.c_str(), &stat, nullptr, nullptr)) return false;
+    const char* state = strrchr(stat, ')');
+    bool zombie = state != nullptr && state[1] == ' ' && state[2] == 'Z';
+    g_free(stat);
+    if (zombie) return false;
+    g_usleep(10000);
+  }
+  return pid > 0;
 }
 
 void write_script(const std::string& path, const char* body) {
@@ -79,14 +107,20 @@ void check_scope(const std::string& tools) {
     return 0;
   });
 
-  // A command cut off half-way is killed and reaped with its pipe closed.
-  write_script(tools + "/sleeper", "echo started; exec sleep 30");
+  // A command cut off half-way is killed with what it started, and reaped with its
+  // pipe closed, at the time-out.
+  std::string started = tools + "/started.pid";
+  write_script(tools + "/sleeper",
+               ("sleep 30 & echo $! > " + started + "; echo started; exec sleep 30").c_str());
   for (int i = 0; i < 3; ++i) {
     guarded_c_call(-1, [&]() -> int32_t {
       const char* argv[] = {"sleeper", nullptr};
       char line[32];
+      int64_t begun = monotonic_ms();
       CHECK(run_command_line(argv, line, sizeof line, 150) == kCommandFailed);
+      CHECK(monotonic_ms() - begun < 2000);
       CHECK(strcmp(line, "started") == 0);
+      CHECK(!running(pid_in(started)));
       return 0;
     });
   }
@@ -109,6 +143,17 @@ void check_runner(const std::string& tools, const std::string& root) {
   const char* chatty[] = {"chatty", nullptr};
   CHECK(run_command_line(chatty, line, sizeof line, 10000) == 0);
   CHECK(strcmp(line, "first") == 0);
+
+  // Once the command has ended, what it left running with the pipe open does not
+  // hold the call: what is in the pipe is read, and its status counts.
+  std::string left = tools + "/left.pid";
+  write_script(tools + "/leaver", ("sleep 30 & echo $! > " + left + "; echo done; exit 4").c_str());
+  const char* leaver[] = {"leaver", nullptr};
+  int64_t begun = monotonic_ms();
+  CHECK(run_command_line(leaver, line, sizeof line, 10000) == 4);
+  CHECK(monotonic_ms() - begun < 2000);
+  CHECK(strcmp(line, "done") == 0);
+  CHECK(pid_in(left) > 0 && kill(pid_in(left), SIGKILL) == 0);
 
   const char* missing[] = {"no-such-command-velconfig", nullptr};
   CHECK(run_command(missing, 1000) != 0);
@@ -181,6 +226,34 @@ void check_json_fields() {
   CHECK(strcmp(out, "abcdefghijklmn") == 0);
 }
 
+int threads() {
+  int n = 0;
+  DIR* d = opendir("/proc/self/task");
+  if (d == nullptr) return -1;
+  while (dirent* e = readdir(d)) n += e->d_name[0] != '.';
+  closedir(d);
+  return n;
+}
+
+// The copy worker is joined when the simulator goes away, even with a copy pending
+// (the pinned clock lets it copy nothing yet). Run last: no copy starts afterwards.
+void check_copy_worker_joined(const std::string& root) {
+  std::string source = root + "/copy-source";
+  CHECK(g_file_set_contents(source.c_str(), "bytes", -1, nullptr));
+  velsim::pin_clock(2000);
+  json_object_set_new(velsim::object_at("storage"), "copy_rate", json_integer(1));
+  int before = threads();
+  CHECK(velsim::start_transfer(source, root + "/copy-target", "/mnt/a", "/mnt/b") > 0);
+  CHECK(threads() == before + 1);
+  velsim::stop_copy_worker();
+  int after = threads();
+  for (int i = 0; i < 100 && after != before; ++i) {
+    g_usleep(10000);
+    after = threads();
+  }
+  CHECK(after == before);
+}
+
 }  // namespace
 
 int main() {
@@ -199,6 +272,7 @@ int main() {
   check_sim_seams(root);
   check_utf8_copy();
   check_json_fields();
+  check_copy_worker_joined(root);
 
   const char* argv[] = {"rm", "-rf", dir, nullptr};
   run_command(argv, 10000);

@@ -31,21 +31,34 @@ static_assert(kRateTextRoom >= kRateTableRoom * kLineMax, "the text holds every 
 
 bool rate_file_path(char (&path)[512]) { return gateway_file_path(kRateFile, path, sizeof path); }
 
-// isspace in the C locale: space, \t, \n, \v, \f, \r.
-bool is_blank(char c) { return c == ' ' || static_cast<unsigned char>(c - '\t') <= '\r' - '\t'; }
-bool is_digit(char c) { return static_cast<unsigned char>(c - '0') <= 9; }
+// Character classes of the parser: isspace's blanks in the C locale (space, \t, \n,
+// \v, \f, \r), decimal digits, and what ends a word (a blank or the zero that ends
+// the input, as it ends sscanf's).
+constexpr uint8_t kBlank = 1, kDigit = 2, kEndsWord = 4;
+struct CharClasses {
+  uint8_t of[256] = {};
+  constexpr CharClasses() {
+    for (unsigned char c : {' ', '\t', '\n', '\v', '\f', '\r'}) of[c] = kBlank | kEndsWord;
+    for (unsigned char c = '0'; c <= '9'; ++c) of[c] = kDigit;
+    of[0] = kEndsWord;
+  }
+};
+constexpr CharClasses kClasses;
+uint8_t class_of(char c) { return kClasses.of[static_cast<unsigned char>(c)]; }
 
-// A cursor over one line piece that reads fields as sscanf's "%23s%lu%lu%ld" does;
-// a zero byte ends the piece as it ends sscanf's input: it is neither blank, nor a
-// sign, nor a digit, and it ends a word.
+// A cursor over one line piece ended by a zero that reads fields as sscanf's
+// "%23s%lu%lu%ld" does; the zero is neither blank, nor a sign, nor a digit, so every
+// field stops there.
 class LineScanner {
  public:
-  LineScanner(const char* text, size_t length) : p_(text), end_(text + length) {}
+  explicit LineScanner(const char* text) : p_(text) {}
 
   bool word(char (&out)[kMacWidth + 1]) {
     skip_blanks();
-    size_t n = 0;
-    while (p_ < end_ && *p_ != '\0' && !is_blank(*p_) && n < kMacWidth) out[n++] = *p_++;
+    const char* first = p_;
+    while (!(class_of(*p_) & kEndsWord) && p_ - first < static_cast<ptrdiff_t>(kMacWidth)) ++p_;
+    size_t n = static_cast<size_t>(p_ - first);
+    memcpy(out, first, n);
     out[n] = '\0';
     return n > 0;
   }
@@ -80,20 +93,19 @@ class LineScanner {
 
  private:
   void skip_blanks() {
-    while (p_ < end_ && is_blank(*p_)) ++p_;
+    while (class_of(*p_) & kBlank) ++p_;
   }
 
   bool digits(bool* negative, uint64_t* value, bool* overflow) {
     skip_blanks();
-    if (p_ < end_ && (*p_ == '+' || *p_ == '-')) *negative = (*p_++ == '-');
+    if (*p_ == '+' || *p_ == '-') *negative = (*p_++ == '-');
     const char* first = p_;
-    // 19 digits always fit; only the ones after them can overflow.
-    const char* safe = end_ - p_ > 19 ? p_ + 19 : end_;
     uint64_t v = 0;
-    for (; p_ < safe && is_digit(*p_); ++p_) v = v * 10 + static_cast<uint64_t>(*p_ - '0');
+    // 19 digits always fit; only the ones after them can overflow.
+    while ((class_of(*p_) & kDigit) && p_ - first < 19) v = v * 10 + static_cast<uint64_t>(*p_++ - '0');
     constexpr uint64_t kTenth = std::numeric_limits<uint64_t>::max() / 10;
     constexpr uint64_t kLastDigit = std::numeric_limits<uint64_t>::max() % 10;
-    for (; p_ < end_ && is_digit(*p_); ++p_) {
+    for (; class_of(*p_) & kDigit; ++p_) {
       uint64_t digit = static_cast<uint64_t>(*p_ - '0');
       if (v > kTenth || (v == kTenth && digit > kLastDigit)) *overflow = true;
       v = v * 10 + digit;
@@ -103,13 +115,12 @@ class LineScanner {
   }
 
   const char* p_;
-  const char* end_;
 };
 
 // Fills a cleared record from one line piece; fields that do not parse stay zero,
 // and the first failure ends the line, as sscanf's does.
-void parse_line(const char* text, size_t length, HostRate* record) {
-  LineScanner scan(text, length);
+void parse_line(const char* text, HostRate* record) {
+  LineScanner scan(text);
   if (!scan.word(record->mac)) return;
   if (!scan.unsigned_number(&record->down_bytes)) return;
   if (!scan.unsigned_number(&record->up_bytes)) return;
@@ -214,9 +225,11 @@ bool mac_equal(std::string_view mac, const char (&stored)[sizeof HostRate::mac])
   return true;
 }
 
+// Letters that differ only in case differ only in bit 0x20, so MACs equal ignoring
+// case hash alike with that bit set in every character.
 uint32_t mac_hash(std::string_view mac) {
   uint32_t h = 2166136261u;
-  for (char c : mac) h = (h ^ static_cast<uint8_t>(lower(c))) * 16777619u;
+  for (char c : mac) h = (h ^ (static_cast<uint8_t>(c) | 0x20u)) * 16777619u;
   return h;
 }
 
@@ -248,9 +261,9 @@ bool load_host_rates(const char* path, HostRateTable* table, RateText* text) {
   int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
   // The first 254 pieces lie within the first kRateTextRoom bytes: one read is all.
-  size_t length = read_once(fd, text->bytes, sizeof text->bytes);
+  size_t length = read_once(fd, text->bytes, kRateTextRoom);
   close(fd);
-  const char* data = text->bytes;
+  char* data = text->bytes;
   size_t pos = 0;
   size_t lines = 0;
   while (lines < kRateTableRoom && pos < length) {
@@ -260,7 +273,11 @@ bool load_host_rates(const char* path, HostRateTable* table, RateText* text) {
         feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - (data + pos)) + 1 : room;
     HostRate& record = table->records[lines];
     record = HostRate{};
-    parse_line(data + pos, piece, &record);
+    // The piece is parsed ended by a zero put after it for the while.
+    char after = data[pos + piece];
+    data[pos + piece] = '\0';
+    parse_line(data + pos, &record);
+    data[pos + piece] = after;
     ++lines;
     // Records from the first one with an empty MAC on are never looked at.
     if (record.mac[0] == '\0') break;

@@ -31,7 +31,7 @@ struct HostRate {
 // several), and 254 records are written in fewer characters than that.
 constexpr size_t kRateTextRoom = kRateTableRoom * 127;
 struct RateText {
-  char bytes[kRateTextRoom];
+  char bytes[kRateTextRoom + 1];  // and a zero that ends the line being parsed
 };
 
 // The meaningful records of the file, those before the first one with an empty MAC,

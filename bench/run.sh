@@ -1,8 +1,10 @@
 #!/bin/sh
 # Builds the benchmarks and prints, for each, instructions and time against its
 # floor (the same result table built through the Lua C API from memory):
-#  - hostsInfo with 254 online hosts and a warm rate file, per call, and the peak
-#    stack of one call;
+#  - hostsInfo and allInfo with 254 online hosts and a warm rate file, per call:
+#    the call, the simulated platform's part of it, the module's own part (the call
+#    less the platform) against the floor and against the limit (the floor plus
+#    reading, writing and renaming the rate file), and the peak stack of one call;
 #  - subFiles on a folder of 10 000 files, per call and per file.
 set -eu
 here=$(cd "$(dirname "$0")/.." && pwd)
@@ -21,15 +23,28 @@ instructions() {
 
 calls=${CALLS:-200}
 bin=$build/bench/bench_hosts
-hosts=$(instructions "$bin" hosts "$calls")
-floor=$(instructions "$bin" floor "$calls")
-echo "hostsInfo, instructions per call (callgrind, $calls calls):"
-echo "  hostsInfo $hosts"
-echo "  floor     $floor"
-awk -v h="$hosts" -v f="$floor" 'BEGIN { printf "  ratio     %.2f\n", h / f }'
-echo "hostsInfo, time per call (native, ${TIME_CALLS:-2000} calls):"
-"$bin" time "${TIME_CALLS:-2000}" | sed 's/^/  /'
-echo "hostsInfo, peak stack of one call (thread with a painted stack):"
+rate_file=$(instructions "$bin" rate-file "$calls")
+# key_figures KEY NAME: instructions per call of the call, the simulated platform's
+# operations it makes, the module (the call less the platform), the floor and the
+# limit (the floor and the rate file's reading, writing and renaming).
+key_figures() {
+  call=$(instructions "$bin" "$1-call" "$calls")
+  platform=$(instructions "$bin" "$1-platform" "$calls")
+  floor=$(instructions "$bin" "$1-floor" "$calls")
+  limit=$((floor + rate_file))
+  module=$((call - platform))
+  echo "$2, instructions per call (callgrind, $calls calls):"
+  echo "  call      $call"
+  echo "  platform  $platform (the simulator's operations)"
+  echo "  module    $module (the call less the platform)"
+  awk -v m="$module" -v f="$floor" -v l="$limit" 'BEGIN {
+    printf "  floor     %d, module only / floor %.2f\n", f, m / f
+    printf "  limit     %d, module only / limit %.2f\n", l, m / l }'
+}
+key_figures hosts hostsInfo
+key_figures all allInfo
+"$bin" time "${TIME_CALLS:-2000}"
+echo "Peak stack of one call (thread with a painted stack):"
 "$bin" stack | sed 's/^/  /'
 
 files=10000

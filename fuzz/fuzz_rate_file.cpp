@@ -33,11 +33,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   bool written = fwrite(file.data(), 1, file.size(), f) == file.size();
   if (fclose(f) != 0 || !written) return 0;
   static velconfig::HostRateTable table;
-  table = velconfig::HostRateTable{};
-  if (velconfig::load_host_rates(&table)) {
+  static velconfig::RateText text;
+  if (velconfig::load_host_rates(rate_path.c_str(), &table, &text)) {
     int i = velconfig::find_host_rate(mac, table);
-    if (i != velconfig::kRateNotFound && (i < 0 || i >= static_cast<int>(velconfig::kRateTableRoom))) abort();
-    velconfig::store_host_rates(table, velconfig::kRateTableRoom);
+    if (i != velconfig::kRateNotFound && (i < 0 || static_cast<size_t>(i) >= table.count)) abort();
+    velconfig::store_host_rates(rate_path.c_str(), table.records, table.count, &text);
   }
   return 0;
 }

@@ -26,29 +26,39 @@ constexpr size_t kLinePiece = 127;
 constexpr size_t kMacWidth = 23;
 // "%23s %lu %lu %ld\n" never needs more: 23 + 3 * (1 + 20) + 1.
 constexpr size_t kLineMax = 87;
-// Chunks of the file read and written at a time: small enough for a thread stack,
-// large enough that a file of 254 hosts (about 15 KB) takes a handful of calls.
-constexpr size_t kReadChunk = 2048;
-constexpr size_t kWriteChunk = 2048;
-static_assert(kReadChunk >= 2 * kLinePiece && kWriteChunk >= 2 * kLineMax, "a chunk holds whole pieces");
+static_assert(kRateTextRoom >= kRateTableRoom * kLinePiece, "the text holds every line the file is read for");
+static_assert(kRateTextRoom >= kRateTableRoom * kLineMax, "the text holds every line a table writes");
 
 bool rate_file_path(char (&path)[512]) { return gateway_file_path(kRateFile, path, sizeof path); }
 
-bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r'; }
+// Character classes of the parser: isspace's blanks in the C locale (space, \t, \n,
+// \v, \f, \r), decimal digits, and what ends a word (a blank or the zero that ends
+// the input, as it ends sscanf's).
+constexpr uint8_t kBlank = 1, kDigit = 2, kEndsWord = 4;
+struct CharClasses {
+  uint8_t of[256] = {};
+  constexpr CharClasses() {
+    for (unsigned char c : {' ', '\t', '\n', '\v', '\f', '\r'}) of[c] = kBlank | kEndsWord;
+    for (unsigned char c = '0'; c <= '9'; ++c) of[c] = kDigit;
+    of[0] = kEndsWord;
+  }
+};
+constexpr CharClasses kClasses;
+uint8_t class_of(char c) { return kClasses.of[static_cast<unsigned char>(c)]; }
 
-// A cursor over one line piece that reads fields as sscanf's "%23s%lu%lu%ld" does;
-// a zero byte ends the piece as it ends sscanf's input.
+// A cursor over one line piece ended by a zero that reads fields as sscanf's
+// "%23s%lu%lu%ld" does; the zero is neither blank, nor a sign, nor a digit, so every
+// field stops there.
 class LineScanner {
  public:
-  LineScanner(const char* text, size_t length) : p_(text), end_(text + length) {
-    const void* nul = memchr(text, '\0', length);
-    if (nul != nullptr) end_ = static_cast<const char*>(nul);
-  }
+  explicit LineScanner(const char* text) : p_(text) {}
 
   bool word(char (&out)[kMacWidth + 1]) {
     skip_blanks();
-    size_t n = 0;
-    while (p_ < end_ && !is_blank(*p_) && n < kMacWidth) out[n++] = *p_++;
+    const char* first = p_;
+    while (!(class_of(*p_) & kEndsWord) && p_ - first < static_cast<ptrdiff_t>(kMacWidth)) ++p_;
+    size_t n = static_cast<size_t>(p_ - first);
+    memcpy(out, first, n);
     out[n] = '\0';
     return n > 0;
   }
@@ -83,66 +93,103 @@ class LineScanner {
 
  private:
   void skip_blanks() {
-    while (p_ < end_ && is_blank(*p_)) ++p_;
+    while (class_of(*p_) & kBlank) ++p_;
   }
 
   bool digits(bool* negative, uint64_t* value, bool* overflow) {
     skip_blanks();
-    if (p_ < end_ && (*p_ == '+' || *p_ == '-')) *negative = (*p_++ == '-');
+    if (*p_ == '+' || *p_ == '-') *negative = (*p_++ == '-');
     const char* first = p_;
+    uint64_t v = 0;
+    // 19 digits always fit; only the ones after them can overflow.
+    while ((class_of(*p_) & kDigit) && p_ - first < 19) v = v * 10 + static_cast<uint64_t>(*p_++ - '0');
     constexpr uint64_t kTenth = std::numeric_limits<uint64_t>::max() / 10;
     constexpr uint64_t kLastDigit = std::numeric_limits<uint64_t>::max() % 10;
-    for (; p_ < end_ && *p_ >= '0' && *p_ <= '9'; ++p_) {
+    for (; class_of(*p_) & kDigit; ++p_) {
       uint64_t digit = static_cast<uint64_t>(*p_ - '0');
-      if (*value > kTenth || (*value == kTenth && digit > kLastDigit)) *overflow = true;
-      *value = *value * 10 + digit;
+      if (v > kTenth || (v == kTenth && digit > kLastDigit)) *overflow = true;
+      v = v * 10 + digit;
     }
+    *value = v;
     return p_ != first;
   }
 
   const char* p_;
-  const char* end_;
 };
 
-// Fills record from one line piece; fields that do not parse stay zero, and the
-// first failure ends the line, as sscanf's does.
-void parse_line(const char* text, size_t length, HostRate* record) {
-  LineScanner scan(text, length);
+// Fills a cleared record from one line piece; fields that do not parse stay zero,
+// and the first failure ends the line, as sscanf's does.
+void parse_line(const char* text, HostRate* record) {
+  LineScanner scan(text);
   if (!scan.word(record->mac)) return;
   if (!scan.unsigned_number(&record->down_bytes)) return;
   if (!scan.unsigned_number(&record->up_bytes)) return;
   scan.signed_number(&record->stamp);
 }
 
-char* put_decimal(char* out, uint64_t value, bool negative) {
-  char digits[20];
-  size_t n = 0;
-  do {
-    digits[n++] = static_cast<char>('0' + value % 10);
-    value /= 10;
-  } while (value != 0);
-  if (negative) *out++ = '-';
-  while (n > 0) *out++ = digits[--n];
-  return out;
+// The decimal digits of value, two at a time, ending at end; returns their start.
+char* decimal_before(char* end, uint64_t value) {
+  static constexpr char kPairs[] =
+      "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+      "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+      "8081828384858687888990919293949596979899";
+  while (value >= 100) {
+    const char* pair = kPairs + (value % 100) * 2;
+    value /= 100;
+    *--end = pair[1];
+    *--end = pair[0];
+  }
+  if (value >= 10) {
+    const char* pair = kPairs + value * 2;
+    *--end = pair[1];
+    *--end = pair[0];
+  } else {
+    *--end = static_cast<char>('0' + value);
+  }
+  return end;
 }
 
+char* put_unsigned(char* out, uint64_t value) {
+  char digits[20];
+  char* first = decimal_before(digits + sizeof digits, value);
+  size_t n = static_cast<size_t>(digits + sizeof digits - first);
+  memcpy(out, first, n);
+  return out + n;
+}
+
+// " %ld\n" of a stamp: every record of one file carries the same, so it is made once.
+struct StampText {
+  int64_t stamp = 0;
+  size_t length = 0;
+  char text[24];
+
+  void set(int64_t value) {
+    stamp = value;
+    bool negative = value < 0;
+    uint64_t magnitude = negative ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+    char* out = text;
+    *out++ = ' ';
+    if (negative) *out++ = '-';
+    out = put_unsigned(out, magnitude);
+    *out++ = '\n';
+    length = static_cast<size_t>(out - text);
+  }
+};
+
 // One line exactly as "%23s %lu %lu %ld\n" prints it; returns its end.
-char* format_line(char* out, const HostRate& record) {
+char* format_line(char* out, const HostRate& record, StampText* stamp) {
   size_t mac_length = strnlen(record.mac, kMacWidth);
-  for (size_t i = mac_length; i < kMacWidth; ++i) *out++ = ' ';
+  memset(out, ' ', kMacWidth - mac_length);
+  out += kMacWidth - mac_length;
   memcpy(out, record.mac, mac_length);
   out += mac_length;
   *out++ = ' ';
-  out = put_decimal(out, record.down_bytes, false);
+  out = put_unsigned(out, record.down_bytes);
   *out++ = ' ';
-  out = put_decimal(out, record.up_bytes, false);
-  *out++ = ' ';
-  bool negative = record.stamp < 0;
-  uint64_t magnitude =
-      negative ? 0 - static_cast<uint64_t>(record.stamp) : static_cast<uint64_t>(record.stamp);
-  out = put_decimal(out, magnitude, negative);
-  *out++ = '\n';
-  return out;
+  out = put_unsigned(out, record.up_bytes);
+  if (stamp->length == 0 || record.stamp != stamp->stamp) stamp->set(record.stamp);
+  memcpy(out, stamp->text, stamp->length);
+  return out + stamp->length;
 }
 
 bool write_all(int fd, const char* data, size_t length) {
@@ -156,122 +203,120 @@ bool write_all(int fd, const char* data, size_t length) {
   return true;
 }
 
-// Appends to data[*length, room) what the file gives; false once it has ended (a
-// short read ends it too: a regular file gives everything it has at once).
-bool read_more(int fd, char* data, size_t* length, size_t room) {
-  while (*length < room) {
-    size_t want = room - *length;
-    ssize_t n = read(fd, data + *length, want);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    *length += static_cast<size_t>(n);
-    if (static_cast<size_t>(n) < want) return false;
-  }
-  return true;
+// Up to room bytes of the file in one read (a regular file gives everything it has
+// at once); 0 when it gives nothing.
+size_t read_once(int fd, char* data, size_t room) {
+  ssize_t n;
+  do {
+    n = read(fd, data, room);
+  } while (n < 0 && errno == EINTR);
+  return n > 0 ? static_cast<size_t>(n) : 0;
 }
 
-char lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+char lower(char c) { return static_cast<unsigned char>(c - 'A') < 26 ? static_cast<char>(c | 0x20) : c; }
 
 // strcasecmp's equality in the C locale.
 bool mac_equal(std::string_view mac, const char (&stored)[sizeof HostRate::mac]) {
   if (mac.size() >= sizeof stored || stored[mac.size()] != '\0') return false;
+  if (memcmp(mac.data(), stored, mac.size()) == 0) return true;
   for (size_t i = 0; i < mac.size(); ++i) {
     if (lower(mac[i]) != lower(stored[i])) return false;
   }
   return true;
 }
 
+// Letters that differ only in case differ only in bit 0x20, so MACs equal ignoring
+// case hash alike with that bit set in every character.
 uint32_t mac_hash(std::string_view mac) {
   uint32_t h = 2166136261u;
-  for (char c : mac) h = (h ^ static_cast<uint8_t>(lower(c))) * 16777619u;
+  for (char c : mac) h = (h ^ (static_cast<uint8_t>(c) | 0x20u)) * 16777619u;
   return h;
 }
 
-// Indexes the meaningful records; of equal MACs the first is kept, as a walk from
-// the start would find it.
-void index_host_rates(HostRateTable* table) {
-  constexpr size_t kSlots = HostRateTable::kIndexSlots;
-  memset(table->index, 0, sizeof table->index);
-  for (size_t i = 0; i < kRateTableRoom && table->records[i].mac[0] != '\0'; ++i) {
-    std::string_view mac = field_text(table->records[i].mac);
-    if (find_host_rate(mac, *table) != kRateNotFound) continue;
-    size_t slot = mac_hash(mac) % kSlots;
-    while (table->index[slot] != 0) slot = (slot + 1) % kSlots;
-    table->index[slot] = static_cast<uint16_t>(i + 1);
+constexpr size_t next_slot(size_t slot) { return (slot + 1) % HostRateTable::kIndexSlots; }
+
+// Indexes record i unless an earlier record has its MAC, in one probe: a lookup
+// then finds the first of equal MACs, as a walk from the start of the table would.
+void index_record(HostRateTable* table, size_t i) {
+  const HostRate& record = table->records[i];
+  std::string_view mac(record.mac, strnlen(record.mac, sizeof record.mac));
+  size_t slot = mac_hash(mac) % HostRateTable::kIndexSlots;
+  for (; table->index[slot] != 0; slot = next_slot(slot)) {
+    if (mac_equal(mac, table->records[table->index[slot] - 1].mac)) {
+      table->leads[i] = false;
+      return;
+    }
   }
+  table->index[slot] = static_cast<uint16_t>(i + 1);
+  table->leads[i] = true;
 }
 
 }  // namespace
 
-bool load_host_rates(HostRateTable* table) {
-  char path[512];
-  if (!rate_file_path(path)) return false;
+bool load_host_rates(const char* path, HostRateTable* table, RateText* text) {
+  table->count = 0;
+  memset(table->index, 0, sizeof table->index);
   // Non-blocking, so that a FIFO someone left in our place cannot stall the page; a
   // folder or a device there reads as nothing or as junk, bounded by the line count.
   int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
-  // The file is read in chunks: a whole file (254 pieces of up to 127 characters)
-  // would need 32 KB of stack. Before each piece at least kLinePiece characters are
-  // in hand unless the file has ended, so a piece is cut where fgets would cut it.
-  char data[kReadChunk];
-  size_t length = 0;
+  // The first 254 pieces lie within the first kRateTextRoom bytes: one read is all.
+  size_t length = read_once(fd, text->bytes, kRateTextRoom);
+  close(fd);
+  char* data = text->bytes;
   size_t pos = 0;
-  bool more = true;
   size_t lines = 0;
-  while (lines < kRateTableRoom) {
-    if (more && length - pos < kLinePiece) {
-      memmove(data, data + pos, length - pos);
-      length -= pos;
-      pos = 0;
-      more = read_more(fd, data, &length, sizeof data);
-    }
-    if (pos == length) break;
+  while (lines < kRateTableRoom && pos < length) {
     size_t room = length - pos < kLinePiece ? length - pos : kLinePiece;
     const void* feed = memchr(data + pos, '\n', room);
     size_t piece =
         feed != nullptr ? static_cast<size_t>(static_cast<const char*>(feed) - (data + pos)) + 1 : room;
-    parse_line(data + pos, piece, &table->records[lines]);
-    pos += piece;
+    HostRate& record = table->records[lines];
+    record = HostRate{};
+    // The piece is parsed ended by a zero put after it for the while.
+    char after = data[pos + piece];
+    data[pos + piece] = '\0';
+    parse_line(data + pos, &record);
+    data[pos + piece] = after;
     ++lines;
+    // Records from the first one with an empty MAC on are never looked at.
+    if (record.mac[0] == '\0') break;
+    index_record(table, table->count++);
+    pos += piece;
   }
-  close(fd);
-  index_host_rates(table);
   return lines > 0;
 }
 
 int find_host_rate(std::string_view mac, const HostRateTable& table) {
-  constexpr size_t kSlots = HostRateTable::kIndexSlots;
-  for (size_t slot = mac_hash(mac) % kSlots; table.index[slot] != 0; slot = (slot + 1) % kSlots) {
+  for (size_t slot = mac_hash(mac) % HostRateTable::kIndexSlots; table.index[slot] != 0;
+       slot = next_slot(slot)) {
     int i = table.index[slot] - 1;
     if (mac_equal(mac, table.records[i].mac)) return i;
   }
   return kRateNotFound;
 }
 
-void store_host_rates(const HostRateTable& table, size_t count) {
-  char path[512];
-  if (!rate_file_path(path)) return;
+void store_host_rates(const char* path, const HostRate* records, size_t count, RateText* text) {
   if (count > kRateTableRoom) count = kRateTableRoom;
+  size_t path_length = strnlen(path, 512);
+  if (path_length == 512) return;
 
   // The next reader sees the old file or the new one whole, never a part of one.
   // O_EXCL never follows a link someone planted under the temporary name.
-  char temp[sizeof path + 24];
-  snprintf(temp, sizeof temp, "%s.%ld.tmp", path, static_cast<long>(getpid()));
+  char temp[512 + 32];
+  memcpy(temp, path, path_length);
+  char* end = temp + path_length;
+  *end++ = '.';
+  end = put_unsigned(end, static_cast<uint64_t>(getpid()));
+  memcpy(end, ".tmp", sizeof ".tmp");
   int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   int fd = open(temp, flags, 0644);
   if (fd < 0 && errno == EEXIST && unlink(temp) == 0) fd = open(temp, flags, 0644);
   if (fd >= 0) {
-    // Formatted a chunk at a time, for the same reason the file is read that way.
-    char text[kWriteChunk];
-    char* end = text;
-    bool written = true;
-    for (size_t i = 0; i < count && written; ++i) {
-      end = format_line(end, table.records[i]);
-      if (static_cast<size_t>(text + sizeof text - end) < kLineMax || i + 1 == count) {
-        written = write_all(fd, text, static_cast<size_t>(end - text));
-        end = text;
-      }
-    }
+    char* out = text->bytes;
+    StampText stamp;
+    for (size_t i = 0; i < count; ++i) out = format_line(out, records[i], &stamp);
+    bool written = write_all(fd, text->bytes, static_cast<size_t>(out - text->bytes));
     // A file that cannot be replaced whole stays as it was: its counters and stamp
     // still agree, so it serves as a baseline until it grows stale.
     bool stored = (close(fd) == 0) && written && rename(temp, path) == 0;
@@ -284,20 +329,23 @@ void HostSpeedComputation::start() {
   listed_ = 0;
   valid_ = false;
   interval_ = 0;
-  // calloc clears both tables, as the computation starts from cleared tables.
-  Tables* tables = static_cast<Tables*>(calloc(1, sizeof(Tables)));
+  // One block for the call; each part of it is filled before it is read.
+  Tables* tables = static_cast<Tables*>(malloc(sizeof(Tables)));
   if (tables == nullptr) return;
   call_scope::keep(tables, free);
   tables_ = tables;
+  if (!rate_file_path(tables_->path)) {
+    tables_->path[0] = '\0';
+    return;
+  }
   HostRateTable& previous = tables_->previous;
-  valid_ = load_host_rates(&previous);
+  valid_ = load_host_rates(tables_->path, &previous, &tables_->text);
   if (valid_) {
     // Only the first record's stamp counts: all records of one file share it.
     uint64_t seconds = static_cast<uint64_t>(now_) - static_cast<uint64_t>(previous.records[0].stamp);
     interval_ = static_cast<int32_t>(static_cast<uint32_t>(seconds));
     if (interval_ > kRateMaxInterval) {
-      char path[512];
-      if (rate_file_path(path)) unlink(path);
+      unlink(tables_->path);
       valid_ = false;
     }
   }
@@ -307,10 +355,15 @@ HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
   std::string_view mac = field_text(host.mac);
   HostSpeed speed{0, 0};
   if (tables_ == nullptr) return speed;
+  const HostRateTable& previous = tables_->previous;
   if (interval_ > 0 && valid_ && !mac.empty()) {
-    int i = find_host_rate(mac, tables_->previous);
+    // A device is usually where it was in the last call's list.
+    int i =
+        listed_ < previous.count && previous.leads[listed_] && mac_equal(mac, previous.records[listed_].mac)
+            ? static_cast<int>(listed_)
+            : find_host_rate(mac, previous);
     if (i != kRateNotFound) {
-      const HostRate& before = tables_->previous.records[i];
+      const HostRate& before = previous.records[i];
       if (host.up_bytes >= before.up_bytes && host.down_bytes >= before.down_bytes) {
         uint64_t seconds = static_cast<uint64_t>(interval_);
         speed.up =
@@ -322,7 +375,7 @@ HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
   }
   // Devices past the table's room are listed but not remembered.
   if (listed_ < kRateTableRoom) {
-    HostRate& now = tables_->current.records[listed_];
+    HostRate& now = tables_->current[listed_];
     copy_text(now.mac, mac);
     now.down_bytes = host.down_bytes;
     now.up_bytes = host.up_bytes;
@@ -334,7 +387,10 @@ HostSpeed HostSpeedComputation::speed_of(const ZoVelLanHost& host) {
 
 void HostSpeedComputation::finish() {
   if (tables_ == nullptr) return;
-  if (listed_ > 0) store_host_rates(tables_->current, listed_ < kRateTableRoom ? listed_ : kRateTableRoom);
+  if (listed_ > 0 && tables_->path[0] != '\0') {
+    store_host_rates(tables_->path, tables_->current, listed_ < kRateTableRoom ? listed_ : kRateTableRoom,
+                     &tables_->text);
+  }
   call_scope::release(tables_);
   tables_ = nullptr;
 }

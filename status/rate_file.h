@@ -26,21 +26,33 @@ struct HostRate {
   int64_t stamp;  // seconds since the epoch of the call that stored it
 };
 
-// Records up to the first one with an empty MAC are meaningful. load_host_rates also
-// builds an index over them, so that a lookup does not walk the table per device.
+// The file's text as one read gives it or one write takes it: the file is read only
+// as far as its first 254 lines of at most 127 characters (a longer line counts as
+// several), and 254 records are written in fewer characters than that.
+constexpr size_t kRateTextRoom = kRateTableRoom * 127;
+struct RateText {
+  char bytes[kRateTextRoom + 1];  // and a zero that ends the line being parsed
+};
+
+// The meaningful records of the file, those before the first one with an empty MAC,
+// and an index over them, so that a lookup does not walk the table per device.
 struct HostRateTable {
   static constexpr size_t kIndexSlots = 512;
   HostRate records[kRateTableRoom];
+  size_t count;                 // meaningful records
+  bool leads[kRateTableRoom];   // the record is the first meaningful one with its MAC
   uint16_t index[kIndexSlots];  // record index + 1; 0 is an empty slot
 };
 
-// Fills a cleared table from the file; true when at least one line was read.
-bool load_host_rates(HostRateTable* table);
-// In a table filled by load_host_rates: the index 0-253 of the first record before
-// the first empty MAC whose MAC equals mac ignoring letter case, or kRateNotFound.
+// Fills table from the file at path, read with one read into text; true when at
+// least one line was read.
+bool load_host_rates(const char* path, HostRateTable* table, RateText* text);
+// In a table filled by load_host_rates: the index 0-253 of the first meaningful
+// record whose MAC equals mac ignoring letter case, or kRateNotFound.
 int find_host_rate(std::string_view mac, const HostRateTable& table);
-// Replaces the file by the first count records (at most kRateTableRoom).
-void store_host_rates(const HostRateTable& table, size_t count);
+// Replaces the file at path by the count records (at most kRateTableRoom), formatted
+// into text and written with one write.
+void store_host_rates(const char* path, const HostRate* records, size_t count, RateText* text);
 
 struct HostSpeed {
   int32_t up;  // bits per second, the low 32 bits of the exact figure
@@ -49,24 +61,26 @@ struct HostSpeed {
 
 // One query's pass over the platform's device list: start() before the loop,
 // speed_of() for each device the query lists, in list order, finish() after it.
-// The two tables (26 KB) are on the heap, kept in the call's scope, so that the
-// web server's small thread stacks are spared and a Lua error raised while rows
-// are pushed still frees them. Trivially destructible, so it may live on the stack
-// while Lua values are pushed.
+// Everything the pass needs (the old and the new table, the file's text and path;
+// 58 KB) is one heap block, kept in the call's scope, so that the web server's small
+// thread stacks are spared and a Lua error raised while rows are pushed still frees
+// it. Trivially destructible, so it may live on the stack while Lua values are pushed.
 class HostSpeedComputation {
  public:
-  // May throw what call_scope::keep throws. Without memory for the tables every
-  // speed is 0 and the file is left as it is.
+  // May throw what call_scope::keep throws. Without memory for the block every speed
+  // is 0 and the file is left as it is.
   void start();
   HostSpeed speed_of(const ZoVelLanHost& host);
   // Stores the listed devices' counters as the next baseline (when any were listed)
-  // and gives the tables back.
+  // and gives the block back.
   void finish();
 
  private:
   struct Tables {
     HostRateTable previous;
-    HostRateTable current;
+    HostRate current[kRateTableRoom];
+    char path[512];
+    RateText text;
   };
 
   int64_t now_ = 0;

@@ -128,6 +128,12 @@ describe("rate file baseline", function()
     assert.are.same({ { 64, 0 }, { 0, 0 } }, speeds())
   end)
 
+  it("takes the first of two lines with one MAC, even when the device is listed at the second", function()
+    with_hosts({ host(2), host(1, { up_bytes = 80 }) })
+    h.write_file(RATES, line("000000000001", 0, 0, T0 - 10) .. line("000000000001", 0, 40, T0 - 10))
+    assert.are.same({ { 0, 0 }, { 64, 0 } }, speeds())
+  end)
+
   it("reads a long line in 127-character pieces, each taking a record", function()
     with_hosts({ host(1, { up_bytes = 80 }) })
     h.write_file(RATES, line("FFFFFFFFFFFF", 0, 0, T0 - 10) .. string.rep("x", 127) .. line("000000000001", 0, 0, T0 - 10))

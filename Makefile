@@ -9,7 +9,7 @@ ARM64_BUILD ?= build-arm64
 WERROR ?= OFF
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 DEBS := cmake g++ make pkg-config lua5.1 liblua5.1-0-dev libglib2.0-dev libjansson-dev \
-        lua-busted lua-cjson libmicrohttpd-dev ccache
+        lua-busted lua-cjson libmicrohttpd-dev ccache curl
 LINT_DEBS := clang-tidy cppcheck lua-check
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 

@@ -1,9 +1,11 @@
-// The web console end to end: `velconfig serve` on a fresh simulated gateway, its
-// pages in headless Chromium, and its API over real HTTP.
+// The web console in headless Chromium: `velconfig serve` on a fresh simulated
+// gateway, opened at the address it prints; one scenario per page, each failing on
+// any page error, console error or failed request, named by its page. The API's
+// refusals over plain HTTP are in tests/console_test.lua.
 import { test, before, after } from "node:test";
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
-import { mkdtempSync, readFileSync, rmSync, mkdirSync } from "node:fs";
+import { mkdtempSync, rmSync, mkdirSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
 import http from "node:http";
@@ -11,7 +13,7 @@ import { chromium } from "playwright-core";
 
 const tool = process.env.VELCONFIG_TOOL;
 const shots = process.env.VELCONFIG_SCREENSHOT_DIR;
-let server, base, port, browser, dir;
+let server, base, token, browser, context, dir;
 
 function startServer() {
   dir = mkdtempSync(join(tmpdir(), "velconfig-console-"));
@@ -23,42 +25,63 @@ function startServer() {
     let out = "";
     child.stdout.on("data", (chunk) => {
       out += chunk;
-      const m = out.match(/http:\/\/127\.0\.0\.1:(\d+)\//);
-      if (m) resolve([child, Number(m[1])]);
+      const m = out.match(/(http:\/\/127\.0\.0\.1:\d+\/)\?token=([0-9a-f]+)/);
+      if (m) resolve([child, m[1], m[2]]);
     });
     child.on("exit", (code) => reject(new Error("serve exited with " + code)));
   });
 }
 
-// A raw request, so the Host header can be anything.
-function raw(method, path, { host, body } = {}) {
+// The gateway's state as a script sees it, with the token in the header.
+function apiGet(key, a1) {
+  const path = `/api/get/${key}` + (a1 ? `?a1=${encodeURIComponent(a1)}` : "");
   return new Promise((resolve, reject) => {
-    const req = http.request({ host: "127.0.0.1", port, method, path, headers: { Host: host ?? `127.0.0.1:${port}` } },
-      (res) => {
-        let data = "";
-        res.on("data", (c) => (data += c));
-        res.on("end", () => resolve({ status: res.statusCode, body: data ? JSON.parse(data) : null }));
-      });
-    req.on("error", reject);
-    if (body !== undefined) req.write(body);
-    req.end();
+    http.get(new URL(path, base), { headers: { Authorization: "Token " + token } }, (res) => {
+      let data = "";
+      res.on("data", (c) => (data += c));
+      res.on("end", () => (res.statusCode === 200 ? resolve(JSON.parse(data).answer) : reject(new Error(data))));
+    }).on("error", reject);
   });
 }
 
-async function apiGet(key, a1) {
-  const r = await raw("GET", `/api/get/${key}` + (a1 ? `?a1=${encodeURIComponent(a1)}` : ""));
-  assert.equal(r.status, 200);
-  return r.body.answer;
+const rules = async () => Object.values(await apiGet("pmLists")).filter((r) => r && r.desp);
+
+// A page of the console with everything that goes wrong in it collected.
+async function open(name, viewport = { width: 1100, height: 900 }) {
+  const page = await context.newPage({ viewport });
+  const problems = [];
+  page.on("pageerror", (e) => problems.push("page error: " + e.message));
+  page.on("console", (m) => { if (m.type() === "error") problems.push("console error: " + m.text()); });
+  page.on("requestfailed", (r) => problems.push("failed request: " + r.url() + " " + r.failure()?.errorText));
+  page.on("response", (r) => { if (r.status() >= 400) problems.push(`answer ${r.status()}: ${r.url()}`); });
+  page.on("dialog", (d) => d.accept());
+  await page.setViewportSize(viewport);
+  await page.goto(base + "#" + name);
+  const check = () => assert.deepEqual(problems, [], name + " page");
+  return { page, check, done: async () => { check(); await page.close(); } };
+}
+
+async function shoot(page, file) {
+  if (!shots) return;
+  mkdirSync(shots, { recursive: true });
+  await page.screenshot({ path: join(shots, file), fullPage: true });
 }
 
 before(async () => {
-  [server, port] = await startServer();
-  base = `http://127.0.0.1:${port}/`;
+  let url;
+  [server, url, token] = await startServer();
+  base = url;
   browser = await chromium.launch({
     executablePath: process.env.CHROMIUM || "/usr/bin/chromium",
     args: ["--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
       "--disable-component-update", "--disable-sync"],
   });
+  // Opening the printed address leaves the session cookie in this context.
+  context = await browser.newContext();
+  const page = await context.newPage();
+  await page.goto(base + "?token=" + token);
+  assert.equal(page.url(), base);
+  await page.close();
 });
 
 after(async () => {
@@ -67,85 +90,178 @@ after(async () => {
   if (dir) rmSync(dir, { recursive: true, force: true });
 });
 
-test("listens on the loopback address only", () => {
-  const hexPort = port.toString(16).toUpperCase().padStart(4, "0");
-  const listening = readFileSync("/proc/net/tcp", "utf8").split("\n").slice(1)
-    .map((l) => l.trim().split(/\s+/)).filter((f) => f.length > 3 && f[3] === "0A" && f[1].endsWith(":" + hexPort));
-  assert.deepEqual(listening.map((f) => f[1]), ["0100007F:" + hexPort]);
-  const tcp6 = readFileSync("/proc/net/tcp6", "utf8");
-  assert.ok(!tcp6.includes(":" + hexPort + " "), "nothing on IPv6");
+// What shows that each page has its data.
+const READY = {
+  overview: "#devices tr.device", status: "#status-table tr", wifi: '#wifi-form select[name="wifi_2G_auth"] option',
+  portmap: "#rules tr.rule", files: "#entries tr.entry", explorer: "#explorer-form option",
+};
+
+test("every page at 375 px: loads without errors, no sideways scrolling, its tab marked", async () => {
+  for (const name of Object.keys(READY)) {
+    const { page, done } = await open(name, { width: 375, height: 800 });
+    await page.locator(READY[name]).first().waitFor({ state: "attached" });
+    await page.waitForLoadState("networkidle");
+    const { scroll, width } = await page.evaluate(() =>
+      ({ scroll: document.documentElement.scrollWidth, width: document.documentElement.clientWidth }));
+    assert.ok(scroll <= width, `${name} page scrolls sideways: ${scroll} > ${width}`);
+    assert.equal(await page.getAttribute(`nav a[href="#${name}"]`, "aria-current"), "page", name + " page tab");
+    await done();
+  }
 });
 
-test("the API refuses what it should", async () => {
-  assert.equal((await raw("GET", "/api/get/gwIPs", { host: "evil.example" })).status, 403);
-  const bad = await raw("POST", "/api/set/lan", { body: "{not json" });
-  assert.deepEqual([bad.status, bad.body.error], [400, "the body is not JSON"]);
-  const luaError = await raw("POST", "/api/set/lan", { body: '{"lanIp": 5, "dhcpEnbl": {}}' });
-  assert.equal(luaError.status, 400);
-  assert.match(luaError.body.error, /^bad argument #-2 to 'set' \(string expected, got table\)$/);
-  assert.deepEqual((await raw("GET", "/api/get/noSuchKey")).body, { key: "noSuchKey", answer: null });
-  assert.equal((await raw("POST", "/api/set/noSuchKey", { body: "" })).body.result, 1);
-  assert.equal((await raw("GET", "/no/such/route")).status, 404);
-});
-
-test("the overview shows the simulated devices with live rates", async () => {
-  const page = await browser.newPage({ viewport: { width: 1100, height: 900 } });
-  await page.goto(base + "#overview");
+test("overview: live rates, sizes with units, and an offline banner when the server stops answering", async () => {
+  const { page, check } = await open("overview");
   await page.waitForFunction(() => Number(document.querySelector("#refresh-count").textContent) >= 2, null,
     { timeout: 20000 });
-  const rows = await page.locator("#devices tr.device").count();
-  assert.ok(rows >= 3, `devices listed: ${rows}`);
   const downs = await page.locator("#devices td.down").allTextContents();
-  assert.ok(downs.some((t) => !t.startsWith("0 ")), "some device has a non-zero rate: " + downs.join(", "));
-  if (shots) {
-    mkdirSync(shots, { recursive: true });
-    await page.screenshot({ path: join(shots, "console-overview.png"), fullPage: true });
-  }
-  await page.close();
+  assert.ok(downs.some((t) => !t.startsWith("0 ")), "overview: a device has a non-zero rate: " + downs.join(", "));
+  assert.match(await page.locator("#disks td.num").first().textContent(), /^\d+(\.\d)? [KMGT]iB$/);
+  await shoot(page, "console-overview.png");
+  assert.ok(await page.locator("#offline").isHidden());
+  check();
+  // The server's answers cut off in the browser: the banner shows, and goes when they come back.
+  await page.route("**/api/**", (route) => route.abort("connectionrefused"));
+  await page.locator("#offline").waitFor({ state: "visible", timeout: 10000 });
+  await page.unroute("**/api/**");
+  await page.locator("#offline").waitFor({ state: "hidden", timeout: 10000 });
+  await page.close(); // the refused requests above were on purpose
 });
 
-test("the Wi-Fi form writes the SSID through wifiBasic", async () => {
-  const page = await browser.newPage();
-  await page.goto(base + "#wifi");
+test("status: values in words, the time as a date, the MAC with separators", async () => {
+  const { page, done } = await open("status");
+  const row = (label) => page.locator("#status-table tr", { hasText: label }).locator("td").textContent();
+  await page.locator("#status-table tr").first().waitFor();
+  assert.equal(await row("MAC address"), "A4:C1:E2:00:3F:10");
+  assert.match(await row("System time"), /\d{4}/);
+  assert.equal(await row("Software version"), (await apiGet("gwInfo", "all")).SWVer);
+  assert.equal(await page.locator("#status-table", { hasText: "SWVer" }).count(), 0);
+  await done();
+});
+
+test("Wi-Fi: a 200-character SSID is refused and nothing changes; a good one is saved", async () => {
+  const { page, done } = await open("wifi");
   const ssid = page.locator('input[name="wifi_2G_ssid"]');
-  await ssid.waitFor();
   await page.waitForFunction(() => document.querySelector('input[name="wifi_2G_ssid"]').value !== "");
+  const before = (await apiGet("wifiSsid")).ssid;
+  const password = page.locator('input[name="wifi_2G_passwd"]');
+  assert.equal(await password.getAttribute("type"), "password");
+  await page.locator("#wifi fieldset").first().locator("button.reveal").click();
+  assert.equal(await password.getAttribute("type"), "text");
+  await ssid.fill("x".repeat(200));
+  await page.click("#wifi-form button[type=submit]");
+  assert.match(await page.locator("#wifi-result.bad").textContent(), /^refused: .*1 to 32 bytes/);
+  assert.equal((await apiGet("wifiSsid")).ssid, before);
   await ssid.fill("Console-Test-SSID");
   await page.click("#wifi-form button[type=submit]");
-  await page.locator("#wifi-result.ok").waitFor();
+  assert.equal(await page.locator("#wifi-result.ok").textContent(), "saved");
   assert.equal((await apiGet("wifiSsid")).ssid, "Console-Test-SSID");
-  await page.close();
+  await done();
 });
 
-test("a port-mapping rule is added and deleted from the table", async () => {
-  const page = await browser.newPage();
-  await page.goto(base + "#portmap");
+test("port mapping: a bad port is refused, a rule is added (form cleared), disabled, enabled and deleted", async () => {
+  const { page, done } = await open("portmap");
   await page.locator("#rules tr.rule").first().waitFor();
-  const before = await page.locator("#rules tr.rule").count();
-  await page.fill('#rule-form input[name="desp"]', "Browser-Rule");
-  await page.fill('#rule-form input[name="client"]', "192.168.1.77");
-  await page.fill('#rule-form input[name="exPort"]', "9090");
-  await page.fill('#rule-form input[name="inPort"]', "90");
-  await page.click("#rule-form button[type=submit]");
+  const count = (await rules()).length;
+  const fill = async (values) => {
+    for (const [name, value] of Object.entries(values)) await page.fill(`#rule-form input[name="${name}"]`, value);
+    await page.click("#rule-form button[type=submit]");
+  };
+  await fill({ desp: "Browser-Rule", client: "192.168.1.77", exPort: "70000", inPort: "90" });
+  assert.match(await page.locator("#rule-result.bad").textContent(), /^refused: the external port/);
+  await fill({ exPort: "9090" });
   const row = page.locator("#rules tr.rule", { hasText: "Browser-Rule" });
   await row.waitFor();
-  assert.equal(await page.locator("#rules tr.rule").count(), before + 1);
-  assert.ok(Object.values(await apiGet("pmLists")).some((r) => r && r.desp === "Browser-Rule"));
+  assert.equal(await page.inputValue('#rule-form input[name="desp"]'), "", "the form is cleared after the add");
+  assert.equal((await rules()).length, count + 1);
+  await row.locator("button.toggle").click();
+  await row.locator("td.state", { hasText: "off" }).waitFor();
+  assert.equal((await rules()).find((r) => r.desp === "Browser-Rule").enable, 0);
+  await page.click("#rules-enable");
+  await page.locator("#rule-result.ok", { hasText: "all rules enabled" }).waitFor();
+  assert.ok((await rules()).every((r) => r.enable === 1));
   await row.locator("button.delete").click();
   await row.waitFor({ state: "detached" });
-  assert.ok(!Object.values(await apiGet("pmLists")).some((r) => r && r.desp === "Browser-Rule"));
-  await page.close();
+  assert.equal((await rules()).length, count);
+  await done();
 });
 
-test("the file manager creates a folder on the disk", async () => {
-  const page = await browser.newPage();
-  await page.goto(base + "#files");
-  await page.waitForFunction(() => document.querySelector("#folder").textContent.startsWith("/"));
+test("files: a refused folder keeps the listing and says why; a folder is created, then deleted", async () => {
+  const { page, done } = await open("files");
+  await page.locator("#entries tr.entry").first().waitFor();
   const root = await page.locator("#folder").textContent();
+  const entries = await page.locator("#entries tr.entry").count();
+  await page.fill('#folder-form input[name="name"]', "a/b");
+  await page.click("#folder-form button[type=submit]");
+  assert.match(await page.locator("#files-result.bad").textContent(), /^refused: .*cannot contain \//);
+  assert.equal(await page.locator("#entries tr.entry").count(), entries);
   await page.fill('#folder-form input[name="name"]', "from-browser");
   await page.click("#folder-form button[type=submit]");
-  await page.locator("#entries tr.entry", { hasText: "from-browser" }).waitFor();
-  const listing = await apiGet("subFiles", root);
-  assert.ok(Object.values(listing).some((f) => f && f.name === "from-browser" && f.isFolder));
-  await page.close();
+  const row = page.locator("#entries tr.entry", { hasText: "from-browser" });
+  await row.waitFor();
+  assert.ok(Object.values(await apiGet("subFiles", root)).some((f) => f?.name === "from-browser" && f.isFolder));
+  await row.locator("button.delete").click();
+  await row.waitFor({ state: "detached" });
+  assert.equal(await page.locator("#files-result.ok").textContent(), "deleted from-browser");
+  await done();
+});
+
+test("explorer: a read key and a write key called, the answers shown", async () => {
+  const { page, done } = await open("explorer");
+  const form = page.locator("#explorer-form");
+  await form.locator("option").first().waitFor({ state: "attached" });
+  await form.locator('select[name="key"]').selectOption({ label: "gwInfo" });
+  await form.locator('input[name="a1"]').fill("all");
+  await form.locator("button[type=submit]").click();
+  await page.locator("#explorer-result.ok").waitFor();
+  assert.equal(JSON.parse(await page.locator("#answer").textContent()).ssid2g, (await apiGet("gwInfo", "all")).ssid2g);
+  await shoot(page, "console-explorer.png");
+  await form.locator('select[name="key"]').selectOption({ label: "pmSetAll" });
+  await form.locator('textarea[name="body"]').fill('{"op": "disable"}');
+  await form.locator("button[type=submit]").click();
+  await page.locator("#explorer-result.ok", { hasText: "done" }).waitFor();
+  assert.ok((await rules()).every((r) => r.enable === 0));
+  await done();
+});
+
+// A page of another local site: a form POST, a no-cors fetch and an image aimed at
+// the console, from a browser that holds the console's cookie.
+function attackPage(target) {
+  return `<!doctype html><body>
+<img src="${target}api/get/newFolder?a1=/mnt/usb1_1/pwned">
+<iframe name="sink" title="sink"></iframe>
+<form method="POST" action="${target}api/set/wifiBasic" enctype="text/plain" target="sink">
+<input name='{"wifi_dualBand":"0","wifi_2G_enbl":"1","wifi_2G_auth":"Open","wifi_2G_strength":"3","wifi_2G_passwd":"","wifi_2G_ssid":"pwned","x":"' value='"}'></form>
+<script>
+fetch("${target}api/set/pmSetSingle", { method: "POST", mode: "no-cors", headers: { "Content-Type": "text/plain" },
+  body: JSON.stringify({ op: "add", desp: "pwned", client: "192.168.1.66", protocol: "TCP", exPort: "2222", inPort: "22" }) })
+  .finally(() => document.forms[0].submit());
+</script></body>`;
+}
+
+test("another local origin cannot change the gateway: form POST, fetch and image refused", async () => {
+  const html = attackPage(base);
+  const servers = [];
+  for (const host of ["127.0.0.1", "127.0.0.2"]) {
+    const s = http.createServer((req, res) => res.end(html));
+    await new Promise((resolve) => s.listen(0, host, resolve));
+    servers.push(s);
+  }
+  const before = { ssid: (await apiGet("wifiSsid")).ssid, rules: (await rules()).length };
+  try {
+    for (const s of servers) {
+      const { address, port } = s.address();
+      const page = await context.newPage();
+      const statuses = [];
+      page.on("response", (r) => { if (r.url().startsWith(base + "api/")) statuses.push(r.status()); });
+      const posted = page.waitForResponse((r) => r.url().endsWith("/api/set/wifiBasic"));
+      await page.goto(`http://${address}:${port}/`);
+      assert.equal((await posted).status(), 403, `form POST from ${address}`);
+      assert.ok(statuses.length >= 2 && statuses.every((s) => s === 403), `from ${address}: ${statuses}`);
+      await page.close();
+    }
+  } finally {
+    for (const s of servers) s.close();
+  }
+  assert.deepEqual({ ssid: (await apiGet("wifiSsid")).ssid, rules: (await rules()).length }, before);
+  assert.ok(!Object.values(await apiGet("subFiles", "/mnt/usb1_1")).some((f) => f?.name === "pwned"));
 });

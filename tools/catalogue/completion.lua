@@ -36,7 +36,7 @@ _velconfig() {
       get) COMPREPLY=($(compgen -W "GET_KEYS" -- "$cur")) ;;
       set) COMPREPLY=($(compgen -W "SET_KEYS" -- "$cur")) ;;
       help) COMPREPLY=($(compgen -W "ALL_KEYS" -- "$cur")) ;;
-      serve) COMPREPLY=($(compgen -W "--port --state" -- "$cur")) ;;
+      serve) COMPREPLY=($(compgen -W "--port --state --no-token" -- "$cur")) ;;
     esac
   elif [[ $command == serve ]]; then
     COMPREPLY=($(compgen -W "--port --state" -- "$cur"))

@@ -1,14 +1,16 @@
 // velconfig_http: a Lua module that serves HTTP on the loopback address with
 // libmicrohttpd, in the calling interpreter's own thread, one request at a time, the
 // way the gateway's web server hosts the pages. Each request is handed to a Lua
-// function that answers with a status, a content type and a body.
+// function that answers with a status, a content type, a body and optional headers.
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 
 #include <lua.hpp>
 
@@ -17,7 +19,34 @@ namespace {
 // Bodies larger than this are refused: pages send small JSON objects.
 constexpr size_t kBodyLimit = size_t{64} * 1024;
 
+// epoll has no descriptor ceiling of its own, so the limit is ours: enough for a
+// browser and a few hundred idle clients, and the idle time-out frees what a client
+// leaves open, so that slow clients cannot hold every slot for long.
+constexpr unsigned int kConnectionLimit = 2048;
+constexpr unsigned int kIdleSeconds = 10;
+// Descriptors kept free beside the connections: the listening socket, epoll, the
+// state file, the pages being read.
+constexpr rlim_t kSpareDescriptors = 64;
+
+// Sent with every answer: the pages load only their own files and are never framed,
+// the browser takes each content type as given, and no address leaks in a Referer.
+constexpr const char* kSecurityHeaders[][2] = {
+    {"Content-Security-Policy",
+     "default-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action 'self'"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"Referrer-Policy", "no-referrer"},
+    {"Cache-Control", "no-store"},
+};
+
 volatile sig_atomic_t stop_requested = 0;
+
+// libmicrohttpd's own messages matter while the daemon starts (a port in use); once
+// it serves, they only tell of clients that went away half-way, which is theirs.
+bool serving = false;
+
+void log_until_serving(void*, const char* format, va_list args) {
+  if (!serving) vfprintf(stderr, format, args);
+}
 
 void on_stop_signal(int) { stop_requested = 1; }
 
@@ -42,13 +71,24 @@ void free_upload(void*, struct MHD_Connection*, void** con_cls, enum MHD_Request
   *con_cls = nullptr;
 }
 
+// Queues an answer. extra is the index of the handler's header table on L's stack,
+// or 0; its string pairs are added as they are (lua_next and string reads raise no
+// error, so this runs outside any protected call).
 MHD_Result send_text(struct MHD_Connection* connection, unsigned int status, const char* type,
-                     const char* body, size_t size) {
+                     const char* body, size_t size, lua_State* L = nullptr, int extra = 0) {
   struct MHD_Response* response =
       MHD_create_response_from_buffer(size, const_cast<char*>(body), MHD_RESPMEM_MUST_COPY);
   if (response == nullptr) return MHD_NO;
   MHD_add_response_header(response, "Content-Type", type);
-  MHD_add_response_header(response, "Cache-Control", "no-store");
+  for (const auto& header : kSecurityHeaders) MHD_add_response_header(response, header[0], header[1]);
+  if (L != nullptr && extra != 0 && lua_type(L, extra) == LUA_TTABLE) {
+    lua_pushnil(L);
+    while (lua_next(L, extra) != 0) {
+      if (lua_type(L, -2) == LUA_TSTRING && lua_type(L, -1) == LUA_TSTRING)
+        MHD_add_response_header(response, lua_tostring(L, -2), lua_tostring(L, -1));
+      lua_pop(L, 1);
+    }
+  }
   MHD_Result rc = MHD_queue_response(connection, status, response);
   MHD_destroy_response(response);
   return rc;
@@ -76,11 +116,21 @@ int call_handler(lua_State* L) {
   lua_setfield(L, -2, "method");
   lua_pushstring(L, url);
   lua_setfield(L, -2, "path");
-  push_header(L, connection, MHD_HEADER_KIND, "Host", "host");
-  push_header(L, connection, MHD_HEADER_KIND, "Content-Type", "content_type");
+  // Only the headers the handler judges a request by, under lower-case names.
   lua_newtable(L);
-  push_header(L, connection, MHD_GET_ARGUMENT_KIND, "a1", "a1");
-  push_header(L, connection, MHD_GET_ARGUMENT_KIND, "a2", "a2");
+  static const char* const kHeaders[][2] = {
+      {"Host", "host"},
+      {"Origin", "origin"},
+      {"Sec-Fetch-Site", "sec-fetch-site"},
+      {"Cookie", "cookie"},
+      {"Authorization", "authorization"},
+      {"Content-Type", "content-type"},
+  };
+  for (const auto& header : kHeaders) push_header(L, connection, MHD_HEADER_KIND, header[0], header[1]);
+  lua_setfield(L, -2, "headers");
+  lua_newtable(L);
+  static const char* const kQuery[] = {"a1", "a2", "token"};
+  for (const char* name : kQuery) push_header(L, connection, MHD_GET_ARGUMENT_KIND, name, name);
   lua_setfield(L, -2, "query");
   if (upload != nullptr && upload->data != nullptr) {
     lua_pushlstring(L, upload->data, upload->size);
@@ -88,8 +138,8 @@ int call_handler(lua_State* L) {
     lua_pushliteral(L, "");
   }
   lua_setfield(L, -2, "body");
-  lua_call(L, 1, 3);
-  return 3;
+  lua_call(L, 1, 4);
+  return 4;
 }
 
 MHD_Result on_request(void* cls, struct MHD_Connection* connection, const char* url, const char* method,
@@ -129,25 +179,42 @@ MHD_Result on_request(void* cls, struct MHD_Connection* connection, const char* 
   lua_pushlightuserdata(L, const_cast<char*>(url));
   lua_pushlightuserdata(L, upload);
   MHD_Result rc;
-  if (lua_pcall(L, 5, 3, 0) != 0) {
+  if (lua_pcall(L, 5, 4, 0) != 0) {
     const char* message = lua_tostring(L, -1);
     fprintf(stderr, "velconfig serve: %s\n", message != nullptr ? message : "(error object)");
     static const char kFailed[] = "{\"error\":\"internal error\"}";
     rc = send_text(connection, 500, "application/json", kFailed, sizeof kFailed - 1);
   } else {
-    unsigned int status = static_cast<unsigned int>(lua_tointeger(L, -3));
-    const char* type = lua_tostring(L, -2);
+    unsigned int status = static_cast<unsigned int>(lua_tointeger(L, -4));
     size_t size = 0;
-    const char* body = lua_tolstring(L, -1, &size);
+    const char* type = lua_type(L, -3) == LUA_TSTRING ? lua_tostring(L, -3) : nullptr;
+    const char* body = lua_type(L, -2) == LUA_TSTRING ? lua_tolstring(L, -2, &size) : nullptr;
     if (status < 100 || status > 599 || type == nullptr || body == nullptr) {
       static const char kBad[] = "{\"error\":\"bad handler answer\"}";
       rc = send_text(connection, 500, "application/json", kBad, sizeof kBad - 1);
     } else {
-      rc = send_text(connection, status, type, body, size);
+      rc = send_text(connection, status, type, body, size, L, lua_gettop(L));
     }
   }
   lua_settop(L, top);
   return rc;
+}
+
+// Raises the soft descriptor limit as far as the connection limit needs (the hard
+// limit allows it without privileges) and answers the connection limit that fits.
+unsigned int connection_limit() {
+  struct rlimit files;
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0) return 256;
+  rlim_t wanted = kConnectionLimit + kSpareDescriptors;
+  if (files.rlim_cur != RLIM_INFINITY && files.rlim_cur < wanted) {
+    rlim_t raised = files.rlim_max == RLIM_INFINITY || files.rlim_max >= wanted ? wanted : files.rlim_max;
+    struct rlimit grown = {raised, files.rlim_max};
+    if (setrlimit(RLIMIT_NOFILE, &grown) == 0) files.rlim_cur = raised;
+  }
+  if (files.rlim_cur == RLIM_INFINITY || files.rlim_cur >= wanted) return kConnectionLimit;
+  return files.rlim_cur > 2 * kSpareDescriptors
+             ? static_cast<unsigned int>(files.rlim_cur - kSpareDescriptors)
+             : static_cast<unsigned int>(kSpareDescriptors);
 }
 
 // serve{port = N, bind = "127.0.0.1", handler = f, ready = g}: listens, calls
@@ -173,10 +240,13 @@ int l_serve(lua_State* L) {
   address.sin_family = AF_INET;
   address.sin_port = htons(static_cast<uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  struct MHD_Daemon* daemon =
-      MHD_start_daemon(MHD_USE_ERROR_LOG, static_cast<uint16_t>(port), nullptr, nullptr, on_request, &server,
-                       MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr,
-                       MHD_OPTION_CONNECTION_TIMEOUT, 30u, MHD_OPTION_END);
+  unsigned int limit = connection_limit();
+  serving = false;
+  struct MHD_Daemon* daemon = MHD_start_daemon(
+      MHD_USE_ERROR_LOG | MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, on_request, &server,
+      MHD_OPTION_EXTERNAL_LOGGER, log_until_serving, nullptr, MHD_OPTION_SOCK_ADDR, &address,
+      MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr, MHD_OPTION_CONNECTION_LIMIT, limit,
+      MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
   if (daemon == nullptr) {
     luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
     return luaL_error(L, "cannot listen on 127.0.0.1:%d", static_cast<int>(port));
@@ -197,6 +267,7 @@ int l_serve(lua_State* L) {
   } else {
     lua_pop(L, 1);
   }
+  serving = true;
   while (!stop_requested) MHD_run_wait(daemon, 500);
   MHD_stop_daemon(daemon);
   luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);

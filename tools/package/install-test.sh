@@ -39,15 +39,16 @@ check_tree() {
   [[ $out == *"'installed-$name'"* ]] || fail "setAppParas did not reach uci: $out"
   # The console: one API call and its page, over 127.0.0.1.
   "$tool" serve --port 0 > "$scratch/serve-$name.out" 2> "$scratch/serve-$name.err" &
-  local server=$! port=""
+  local server=$! port="" token=""
   for _ in $(seq 100); do
-    port=$(sed -n 's|^velconfig console on http://127.0.0.1:\([0-9]*\)/$|\1|p' "$scratch/serve-$name.out")
+    port=$(sed -n 's|^velconfig console on http://127.0.0.1:\([0-9]*\)/?token=[0-9a-f]*$|\1|p' "$scratch/serve-$name.out")
+    token=$(sed -n 's|^velconfig console on http://127.0.0.1:[0-9]*/?token=\([0-9a-f]*\)$|\1|p' "$scratch/serve-$name.out")
     [ -n "$port" ] && break
     sleep 0.1
   done
   [ -n "$port" ] || { kill "$server"; fail "serve did not start: $(cat "$scratch/serve-$name.err")"; }
   local api page
-  api=$(curl -sf "http://127.0.0.1:$port/api/get/hasWiFi") || true
+  api=$(curl -sf -H "Authorization: Token $token" "http://127.0.0.1:$port/api/get/hasWiFi") || true
   page=$(curl -sf "http://127.0.0.1:$port/") || true
   kill "$server"
   wait "$server" 2> /dev/null || true

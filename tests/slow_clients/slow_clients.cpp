@@ -1,0 +1,86 @@
+// slow_clients PORT N PATH: opens N connections to 127.0.0.1:PORT that each send half
+// a request and then stall, then sends one whole GET of PATH and prints the status
+// line it gets and how long it took. Exits 1 when no answer came within 5 seconds.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <vector>
+
+namespace {
+
+int connect_loopback(int port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  if (fd < 0) return -1;
+  struct sockaddr_in address;
+  memset(&address, 0, sizeof address);
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<struct sockaddr*>(&address), sizeof address) != 0) {
+    close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+double now_ms() {
+  struct timespec t;
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) {
+    fprintf(stderr, "usage: slow_clients PORT N PATH\n");
+    return 2;
+  }
+  int port = atoi(argv[1]);
+  int count = atoi(argv[2]);
+  std::vector<int> stalled;
+  static const char kHalf[] = "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: ";
+  for (int i = 0; i < count; ++i) {
+    int fd = connect_loopback(port);
+    if (fd < 0) break;
+    if (write(fd, kHalf, sizeof kHalf - 1) < 0) {
+      close(fd);
+      break;
+    }
+    stalled.push_back(fd);
+  }
+  printf("stalled %zu\n", stalled.size());
+  // Give the server a moment to take in every stalled connection first.
+  usleep(300 * 1000);
+
+  double start = now_ms();
+  int fd = connect_loopback(port);
+  char request[512];
+  int length = snprintf(request, sizeof request,
+                        "GET %s HTTP/1.1\r\nHost: 127.0.0.1:%d\r\nConnection: close\r\n\r\n", argv[3], port);
+  char status[64] = "";
+  if (fd >= 0 && write(fd, request, static_cast<size_t>(length)) == length) {
+    struct pollfd wait = {fd, POLLIN, 0};
+    if (poll(&wait, 1, 5000) == 1) {
+      ssize_t got = read(fd, status, sizeof status - 1);
+      status[got > 0 ? got : 0] = '\0';
+      status[strcspn(status, "\r\n")] = '\0';
+    }
+  }
+  double took = now_ms() - start;
+  if (fd >= 0) close(fd);
+  for (int s : stalled) close(s);
+  if (status[0] == '\0') {
+    printf("no answer after %.0f ms\n", took);
+    return 1;
+  }
+  printf("%s after %.0f ms\n", status, took);
+  return 0;
+}

@@ -67,4 +67,72 @@ function M.take(velconfig, catalogue, options)
   }
 end
 
+-- Fields that move with time on a running gateway (speeds, online and up times, the
+-- clock, file times): key, row prefix (false: the key's own table), fields.
+M.TIME_FIELDS = {
+  { "allInfo", false, { "tWUp", "tWDown", "tWlUp", "tWlDown", "wanUpTime" } },
+  { "allInfo", "pc", { "upSpeed", "downSpeed", "onlineTime" } },
+  { "allInfo", "wifi", { "upSpeed", "downSpeed", "onlineTime" } },
+  { "hostsInfo", "dev", { "upSpeed", "downSpeed" } },
+  { "gwStatus", false, { "sysTime", "upTime" } },
+  { "wifiAdv", false, { "sysTime" } },
+  { "fileLists", "file", { "time" } },
+  { "selectedUsb", "file", { "time" } },
+  { "subFiles", "file", { "time" } },
+  { "interConndStatus", "ap", { "onlinetime" } },
+  { "easymesh_config", "ap", { "onlinetime" } },
+}
+
+local function without_time(key, answer)
+  if type(answer) ~= "table" then return answer end
+  local copy = {}
+  for k, v in pairs(answer) do
+    if type(v) == "table" then
+      local row = {}
+      for f, x in pairs(v) do row[f] = x end
+      v = row
+    end
+    copy[k] = v
+  end
+  for _, t in ipairs(M.TIME_FIELDS) do
+    if t[1] == key then
+      for name, row in pairs(copy) do
+        if t[2] and type(name) == "string" and name:match("^" .. t[2] .. "%d+$") and type(row) == "table" then
+          for _, f in ipairs(t[3]) do row[f] = nil end
+        end
+      end
+      if not t[2] then
+        for _, f in ipairs(t[3]) do copy[f] = nil end
+      end
+    end
+  end
+  return copy
+end
+
+local function same(a, b)
+  if type(a) ~= "table" or type(b) ~= "table" then return a == b end
+  for k, v in pairs(a) do
+    if not same(v, b[k]) then return false end
+  end
+  for k in pairs(b) do
+    if a[k] == nil then return false end
+  end
+  return true
+end
+
+-- The keys of two dumps' answers that differ other than in the time fields, sorted.
+function M.differences(a, b)
+  local keys, seen = {}, {}
+  for _, side in ipairs({ a, b }) do
+    for k in pairs(side) do
+      if not seen[k] then
+        seen[k] = true
+        if not same(without_time(k, a[k]), without_time(k, b[k])) then keys[#keys + 1] = k end
+      end
+    end
+  end
+  table.sort(keys)
+  return keys
+end
+
 return M

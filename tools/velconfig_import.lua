@@ -262,7 +262,11 @@ function builders.network(a, m)
   if shown and shown ~= "CONNECTED" then
     wan.ipv4_status, wan.ipv6_status = shown, "Disconnected"
   elseif shown == "CONNECTED" or v4_up or v6_up then
-    if not v4_up and not v6_up then v4_up = (wan.ipv4 or "") == "" or not info end
+    -- Connected yet no address shown: the connected side has an empty address.
+    if not v4_up and not v6_up then
+      v4_up = not info or (wan.ipv4 or "") == ""
+      v6_up = not v4_up
+    end
     wan.ipv4_status = v4_up and "Connected" or "Disconnected"
     wan.ipv6_status = v6_up and "Connected" or "Disconnected"
   end
@@ -416,7 +420,7 @@ function builders.wifi(a, m)
     local b = basic or {}
     local g2 = { ssid = b.ssid1, enable = b.enbl1, level = b.powerLevel1, wall = b.wallPower1, auth = b.auth1,
                  passwd = b.passwd1 }
-    local g5 = dual and { ssid = b.ssid2, enable = b.enbl2, level = b.powerLevel2, wall = b.wallPower2,
+    local g5 = dual and b.ssid2 ~= nil and { ssid = b.ssid2, enable = b.enbl2, level = b.powerLevel2, wall = b.wallPower2,
                           auth = b.auth2, passwd = b.passwd2, standard = b.standard2 }
     -- wifiSsid shows the SSID a visitor most likely sees, with its raw beacon type.
     local beacon_2g, beacon_5g

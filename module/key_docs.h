@@ -1,6 +1,6 @@
 // What a page author needs to know of each key, beside the key tables: its
 // arguments, its answer and whether it changes the gateway. The key catalogue (the
-// console, `velconfig dump`, the README's key table) joins this with the key tables.
+// console, `velconfig dump`, the key tables of docs/keys.md) joins this with the key tables.
 #pragma once
 
 namespace velconfig {

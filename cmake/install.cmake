@@ -48,7 +48,7 @@ velconfig_configure_installed_tool()
 
 set(VELCONFIG_LIBRARY_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/install/velconfig DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES tools/velconfig_json.lua DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
+install(FILES tools/velconfig_json.lua tools/velconfig_dump.lua DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
 install(TARGETS velconfig LIBRARY DESTINATION ${VELCONFIG_INSTALL_CMODDIR} PERMISSIONS ${VELCONFIG_LIBRARY_PERMISSIONS})
 
 if(VELCONFIG_PLATFORM STREQUAL "sim")
@@ -60,8 +60,8 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   install(TARGETS velconfig_sim velconfig_simctl velconfig_http
           LIBRARY DESTINATION ${VELCONFIG_INSTALL_PRIVLIB} PERMISSIONS ${VELCONFIG_LIBRARY_PERMISSIONS})
   install(TARGETS uci RUNTIME DESTINATION ${VELCONFIG_INSTALL_UCIDIR})
-  install(FILES tools/console/console.lua DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
-  install(FILES web/index.html web/console.css web/console.js DESTINATION ${VELCONFIG_INSTALL_SHARE}/web)
+  install(FILES tools/console/console.lua tools/velconfig_import.lua DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
+  install(FILES web/index.html web/console.css web/console.js web/favicon.svg DESTINATION ${VELCONFIG_INSTALL_SHARE}/web)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/keys.json sim/default_model.json DESTINATION ${VELCONFIG_INSTALL_SHARE})
 
   # Bash completion of the commands and of the keys, from the key catalogue.

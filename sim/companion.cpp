@@ -253,6 +253,11 @@ int l_root(lua_State* L) {
   return 1;
 }
 
+int l_clear_disks(lua_State* L) {
+  lua_pushboolean(L, velsim::forget_disk_folders());
+  return 1;
+}
+
 int l_log_to_stderr(lua_State* L) {
   velsim::set_log_to_stderr(lua_toboolean(L, 1) != 0);
   return 0;
@@ -459,6 +464,7 @@ const luaL_Reg kFunctions[] = {
     {"state_error", l_state_error},
     {"set_root", l_set_root},
     {"root", l_root},
+    {"clear_disks", l_clear_disks},
     {"log_to_stderr", l_log_to_stderr},
     {"set_tools_dir", l_set_tools_dir},
     {"tools_dir", l_tools_dir},

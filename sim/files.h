@@ -13,6 +13,11 @@ namespace velsim {
 // file root. False for anything that would leave it, or for a ".." component.
 bool confined_path(const char* gateway_path, const char* gateway_boundary, std::string* out);
 
+// Removes the folders of the model's disks under the file root, so that each is made
+// again from the model's sample files when next used (a model loaded in place of
+// another must not show the old disks' files). False when one could not be removed.
+bool forget_disk_folders();
+
 // The project's tools directory, tried before PATH for commands ("uci").
 const char* tools_dir();
 void set_tools_dir(const std::string& dir);

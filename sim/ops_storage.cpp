@@ -304,6 +304,19 @@ int32_t set_status(int32_t* status, int32_t value) {
 
 bool disk_host_path(const char* gateway_path, std::string* host) { return on_disk(gateway_path, host); }
 
+bool forget_disk_folders() {
+  ModelSession session;
+  if (!session.ok()) return false;
+  bool ok = true;
+  for (json_t* usb : objects_in("usb")) {
+    std::string mount = mount_of(usb);
+    std::string folder;
+    if (mount.empty() || !confined_path(mount.c_str(), "/", &folder)) continue;
+    if (g_file_test(folder.c_str(), G_FILE_TEST_EXISTS)) ok = remove_tree(folder) && ok;
+  }
+  return ok;
+}
+
 }  // namespace velsim
 
 using velsim::kBadArgument;

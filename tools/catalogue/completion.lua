@@ -30,13 +30,15 @@ _velconfig() {
     --port) return ;;
   esac
   if [[ -z $command ]]; then
-    COMPREPLY=($(compgen -W "get set dump serve keys help -v --state --help --version" -- "$cur"))
+    COMPREPLY=($(compgen -W "get set dump import serve keys help -v --state --help --version" -- "$cur"))
   elif ((COMP_CWORD == at + 1)); then
     case $command in
       get) COMPREPLY=($(compgen -W "GET_KEYS" -- "$cur")) ;;
       set) COMPREPLY=($(compgen -W "SET_KEYS" -- "$cur")) ;;
       help) COMPREPLY=($(compgen -W "ALL_KEYS" -- "$cur")) ;;
       serve) COMPREPLY=($(compgen -W "--port --state --no-token" -- "$cur")) ;;
+      dump) COMPREPLY=($(compgen -W "--with-secrets" -- "$cur")) ;;
+      import) COMPREPLY=($(compgen -f -- "$cur")) ;;
     esac
   elif [[ $command == serve ]]; then
     COMPREPLY=($(compgen -W "--port --state" -- "$cur"))

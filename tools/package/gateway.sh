@@ -32,6 +32,6 @@ module=$stage/usr/lib/lua/5.1/velconfig.so
 readelf -h "$module" | grep -q 'Machine: *AArch64' || { echo "the archive's module is not aarch64" >&2; exit 1; }
 readelf -d "$module" | grep -q 'NEEDED.*libcapi3.so' || { echo "the archive's module does not link libcapi3" >&2; exit 1; }
 [ -x "$stage/usr/bin/velconfig" ] && [ -f "$stage/usr/share/velconfig/keys.json" ] &&
-  [ -f "$stage/usr/share/velconfig/lua/velconfig_json.lua" ] || { echo "the archive lacks the tool's files" >&2; exit 1; }
+  [ -f "$stage/usr/share/velconfig/lua/velconfig_json.lua" ] && [ -f "$stage/usr/share/velconfig/lua/velconfig_dump.lua" ] || { echo "the archive lacks the tool's files" >&2; exit 1; }
 echo "gateway archive: $archive"
 (cd "$stage" && find . -type f | sort | sed 's/^/  /')

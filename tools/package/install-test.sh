@@ -30,9 +30,11 @@ check_tree() {
   gzip -t "$bin/../share/man/man1/velconfig.1.gz" && [ -f "$bin/../share/bash-completion/completions/velconfig" ] ||
     fail "the manual page or the bash completion is missing"
   "$tool" dump > "$scratch/dump-$name.json" || fail "dump failed"
-  lua5.1 -e 'local d = require("cjson").decode(io.read("*a"))
+  lua5.1 -e 'local d = require("cjson").decode(io.read("*a")).answers
              assert(d.hasWiFi == 1 and type(d.allInfo) == "table" and d.gwInfo.ProductCls, "dump lacks keys")' \
     < "$scratch/dump-$name.json" || fail "dump is not the gateway's answers"
+  "$tool" import "$scratch/dump-$name.json" --state "$scratch/imported-$name.json" > /dev/null &&
+    [ "$("$tool" --state "$scratch/imported-$name.json" get hasWiFi)" = 1 ] || fail "import of the dump failed"
   # The simulated gateway runs the installed PC uci: a value set through it reads back.
   "$tool" set setAppParas --text '{"config":"speedtest","main.server":"installed-'"$name"'"}' > /dev/null
   out=$("$tool" get getAppParas speedtest)
@@ -55,7 +57,7 @@ check_tree() {
   echo "$api" | lua5.1 -e 'local a = require("cjson").decode(io.read("*a")); assert(a.key == "hasWiFi" and a.answer == 1)' ||
     fail "API answered '$api'"
   [[ $page == *"<html"* ]] || fail "the console's page is missing"
-  echo "install-test ($name): version, get, dump, uci, serve: ok from $bin"
+  echo "install-test ($name): version, get, dump, import, uci, serve: ok from $bin"
 }
 
 # A mount namespace of its own where an empty folder covers the source tree (and the

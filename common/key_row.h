@@ -1,22 +1,26 @@
-// What a page author needs to know of each key, beside the key tables: its
-// arguments, its answer and whether it changes the gateway. The key catalogue (the
-// console, `velconfig dump`, the README's key table) joins this with the key tables.
+// A key as a feature folder declares it: where it stands in its call's comparison
+// order, who answers it, and what a page author needs to know of it. Each feature
+// lists its rows in its keys.h; module/ joins them (get_dispatch.cpp, set_dispatch.cpp)
+// and the key catalogue (the console, `velconfig dump`, the README) prints them.
 #pragma once
+
+#include "common/handler.h"
 
 namespace velconfig {
 
-struct KeyDoc {
-  const char* call;  // "get" or "set"
+template <class Handler>
+struct KeyRow {
+  // 1-based place in the call's comparison order; the first equal key wins, so the
+  // order is part of the behaviour even though no two keys of one call are equal.
+  int position;
   const char* key;
+  Handler handler;
   const char* args;    // what the page passes after the key
   const char* answer;  // the fields of the answer (get) or the result codes (set)
   bool changes;        // whether calling it changes the gateway
 };
 
-// The description of call/key, or null.
-const KeyDoc* find_key_doc(const char* call, const char* key);
-
-// Visits every row of the get table, then of the set table, in comparison order.
-void for_each_key(void (*visit)(const char* call, const char* key, bool built, void* context), void* context);
+using GetRow = KeyRow<GetHandler>;
+using SetRow = KeyRow<SetHandler>;
 
 }  // namespace velconfig

@@ -3,8 +3,6 @@
 
 #include <stdio.h>
 
-#include "platform/text.h"
-
 namespace velconfig {
 
 void set_text(lua_State* L, const char* key, std::string_view value) {
@@ -33,13 +31,5 @@ void begin_row(lua_State* L, const char* format, int n) {
 }
 
 void end_row(lua_State* L) { lua_settable(L, -3); }
-
-void set_host_fields(lua_State* L, const ZoVelLanHostExt& host) {
-  set_text(L, "ip", field_text(host.base.ipv4));
-  set_text(L, "ipv6", field_text(host.ipv6));
-  set_text(L, "type", field_text(host.base.dev_type));
-  set_text(L, "system", field_text(host.base.system));
-  set_text(L, "mac", field_text(host.base.mac));
-}
 
 }  // namespace velconfig

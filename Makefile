@@ -20,7 +20,7 @@ export CMAKE_C_COMPILER_LAUNCHER ?= $(CCACHE)
 export CMAKE_CXX_COMPILER_LAUNCHER ?= $(CCACHE)
 endif
 
-.PHONY: lint readme-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -63,9 +63,9 @@ console-test: build
 	cd tests/browser && npm ci --no-audit --no-fund --silent
 	cd tests/browser && VELCONFIG_TOOL=$(CURDIR)/$(BUILD)/velconfig VELCONFIG_SCREENSHOT_DIR=$(CURDIR)/$(BUILD)/screenshots npm test
 
-# Rewrites the README's key tables from the key catalogue the build generates.
-readme-keys: build
-	lua5.1 tools/catalogue/readme_table.lua $(BUILD)/keys.json README.md
+# Rewrites the key tables of docs/keys.md from the key catalogue the build generates.
+docs-keys: build
+	lua5.1 tools/catalogue/keys_table.lua $(BUILD)/keys.json docs/keys.md
 
 # libFuzzer over every target for FUZZ_SECONDS seconds each (clang from Debian).
 FUZZ_SECONDS ?= 20
@@ -121,7 +121,7 @@ format-check:
 	@command -v clang-format >/dev/null || { $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq clang-format; }
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
-# The module's stack frames and call chains against their budgets (README, Stack).
+# The module's stack frames and call chains against their budgets (docs/performance.md, Stack).
 # The frame sizes come from files the compiler writes beside each object (.su, .ci),
 # which a compiler cache does not reproduce, so this build always compiles.
 stack-check: setup

@@ -1,7 +1,7 @@
 // A key as a feature folder declares it: where it stands in its call's comparison
 // order, who answers it, and what a page author needs to know of it. Each feature
 // lists its rows in its keys.h; module/ joins them (get_dispatch.cpp, set_dispatch.cpp)
-// and the key catalogue (the console, `velconfig dump`, the README) prints them.
+// and the key catalogue (the console, `velconfig dump`, docs/keys.md) prints them.
 #pragma once
 
 #include "common/handler.h"

@@ -152,7 +152,8 @@ setup-arm64: setup
 test-arm64: setup-arm64
 	BUILD_ARM64=$(ARM64_BUILD) tools/arm64-test.sh
 
-# Static checks: clang-tidy, cppcheck and luacheck over the whole tree (tools/lint.sh).
+# Static checks: the ownership and layering rules, clang-tidy, cppcheck and luacheck
+# over the whole tree (tools/lint.sh).
 lint: setup
 	$(call install_missing,$(LINT_DEBS))
 	tools/lint.sh

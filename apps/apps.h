@@ -8,6 +8,8 @@
 
 namespace velconfig {
 
+// "getAppConfig": the fixed table app1 = {name, title, src} and appCnt 0.
+void get_app_config(lua_State* L, const GetArgs& args);
 // Every option of the named file's named sections, quotes kept, and "ret".
 void get_app_paras(lua_State* L, const GetArgs& args);
 // Changes options of one file from the JSON text on top of the stack through uci.

@@ -2,6 +2,8 @@
 // it reaches Lua.
 #pragma once
 
+#include <stdio.h>
+
 #include <exception>
 
 namespace velconfig {
@@ -10,7 +12,7 @@ namespace velconfig {
 // with luaL_argerror from the entry point's own frame.
 class LuaArgError : public std::exception {
  public:
-  explicit LuaArgError(const char* text);
+  explicit LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
   const char* what() const noexcept override { return text_; }
 
  private:

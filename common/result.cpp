@@ -51,12 +51,4 @@ void begin_row(lua_State* L, const char* format, int n) {
 
 void end_row(lua_State* L) { lua_settable(L, -3); }
 
-void set_host_fields(lua_State* L, const ZoVelLanHostExt& host) {
-  set_text(L, "ip", field_text(host.base.ipv4));
-  set_text(L, "ipv6", field_text(host.ipv6));
-  set_text(L, "type", field_text(host.base.dev_type));
-  set_text(L, "system", field_text(host.base.system));
-  set_text(L, "mac", field_text(host.base.mac));
-}
-
 }  // namespace velconfig

@@ -5,8 +5,6 @@
 #include <lua.hpp>
 #include <string_view>
 
-#include "platform/records.h"
-
 namespace velconfig {
 
 void set_text(lua_State* L, const char* key, std::string_view value);
@@ -17,9 +15,5 @@ void set_bool(lua_State* L, const char* key, bool value);
 // table for the row; end_row stores the row into the table below it.
 void begin_row(lua_State* L, const char* format, int n);
 void end_row(lua_State* L);
-
-// "ip", "ipv6", "type", "system", "mac" of an extended LAN host record, in the order
-// both LAN host lists show them.
-void set_host_fields(lua_State* L, const ZoVelLanHostExt& host);
 
 }  // namespace velconfig

@@ -13,8 +13,6 @@
 
 namespace velconfig {
 
-LuaArgError::LuaArgError(const char* text) { snprintf(text_, sizeof text_, "%s", text); }
-
 namespace {
 
 [[noreturn]] void throw_not_text(lua_State* L, int type) {

@@ -2,7 +2,7 @@
 // plugin's start, its two synchronisation switches, and one access point's Wi-Fi.
 #include "common/table_field.h"
 #include "interconnect/interconnect.h"
-#include "interconnect/texts.h"
+#include "platform/escaped_text.h"
 #include "platform/plugin.h"
 #include "platform/text.h"
 #include "platform/zovel.h"

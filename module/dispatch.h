@@ -7,27 +7,18 @@
 #include <string_view>
 #include <utility>
 
-#include "common/handler.h"
+#include "common/key_row.h"
 
 namespace velconfig {
 
-struct GetKey {
-  const char* key;
-  GetHandler handler;  // null: not built yet, behaves as an unknown key
-};
-struct SetKey {
-  const char* key;
-  SetHandler handler;  // null: not built yet, behaves as an unknown key
-};
-
 // Looks key up in the tables, in order, comparing its whole length: a key that
-// holds a NUL byte matches no row. Null when unknown or not built.
+// holds a NUL byte matches no row. Null when unknown.
 GetHandler find_get_handler(std::string_view key);
 SetHandler find_set_handler(std::string_view key);
 
 // The rows of each table, in comparison order.
-std::pair<const GetKey*, size_t> get_keys();
-std::pair<const SetKey*, size_t> set_keys();
+std::pair<const GetRow*, size_t> get_keys();
+std::pair<const SetRow*, size_t> set_keys();
 
 int get_entry(lua_State* L);
 int set_entry(lua_State* L);

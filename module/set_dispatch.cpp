@@ -1,55 +1,39 @@
-// The write keys in comparison order; the first equal key wins. A null handler is a
-// key whose feature is not built yet: set answers it with 1, as an unknown key.
-#include "apps/apps.h"
-#include "interconnect/interconnect.h"
+// The write keys, joined from the feature folders' rows in comparison order; the
+// first equal key wins.
+#include "apps/keys.h"
+#include "interconnect/keys.h"
+#include "loid/keys.h"
 #include "module/dispatch.h"
-#include "network/network.h"
-#include "storage/storage.h"
-#include "system/system.h"
-#include "wifi/mesh.h"
-#include "wifi/wifi.h"
+#include "module/key_join.h"
+#include "network/keys.h"
+#include "storage/keys.h"
+#include "system/keys.h"
+#include "wifi/keys.h"
 
 namespace velconfig {
 namespace {
 
-const SetKey kSetKeys[] = {
-    {"account", change_account_password},
-    {"lan", set_lan},
-    {"ddns", set_ddns},
-    {"iptv", set_iptv},
-    {"easymesh_config", set_easymesh_config},
-    {"wifiBasic", set_wifi_basic},
-    {"wifiAdv", set_wifi_timer},
-    {"pmSetSingle", set_pm_single},
-    {"pmSetAll", set_pm_all},
-    {"startInterConnd", set_start_interconnd},
-    {"syncConfig", set_sync_config},
-    {"syncOnoff", set_sync_onoff},
-    {"configAP", set_config_ap},
-    {"hostSettings", set_host_settings},
-    {"rmBlackHost", set_rm_black_host},
-    {"restore", set_restore},
-    {"fwrestore", set_fwrestore},
-    {"reboot", set_reboot},
-    {"checkTAPasswd", check_admin_password},
-    {"checkUAPasswd", check_user_password},
-    {"setloid", set_loid},
-    {"registerloid", set_register_loid},
-    {"usbModifyLabel", set_usb_modify_label},
-    {"setAppParas", set_app_paras},
-    {"logInfo", log_login_event},
+constexpr RowSpan<SetRow> kSetParts[] = {
+    span_of(kSystemSetRows), span_of(kNetworkSetRows), span_of(kWifiSetRows), span_of(kInterconnectSetRows),
+    span_of(kLoidSetRows),   span_of(kStorageSetRows), span_of(kAppsSetRows),
 };
-static_assert(sizeof kSetKeys / sizeof kSetKeys[0] == 25, "set knows 25 keys");
+constexpr size_t kSetKeyCount = row_total(kSetParts);
+constexpr JoinedRows<SetRow, kSetKeyCount> kSetKeys = join_rows<SetRow, kSetKeyCount>(kSetParts);
+
+// The pages' contract: 25 write keys, each at its own place.
+static_assert(kSetKeyCount == 25, "set answers 25 keys");
+static_assert(kSetKeys.whole,
+              "the write rows' positions must run 1..25 without a gap or a repeat, keys unique");
 
 }  // namespace
 
 SetHandler find_set_handler(std::string_view key) {
-  for (const SetKey& row : kSetKeys) {
+  for (const SetRow& row : kSetKeys.rows) {
     if (key == row.key) return row.handler;
   }
   return nullptr;
 }
 
-std::pair<const SetKey*, size_t> set_keys() { return {kSetKeys, sizeof kSetKeys / sizeof kSetKeys[0]}; }
+std::pair<const SetRow*, size_t> set_keys() { return {kSetKeys.rows, kSetKeyCount}; }
 
 }  // namespace velconfig

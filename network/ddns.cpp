@@ -5,8 +5,8 @@
 #include "common/result.h"
 #include "common/table_field.h"
 #include "network/network.h"
-#include "network/object_path.h"
 #include "platform/holders.h"
+#include "platform/object_path.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 

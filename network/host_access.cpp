@@ -3,12 +3,13 @@
 #include <glib.h>
 #include <string.h>
 
+#include "common/host_fields.h"
 #include "common/result.h"
 #include "common/table_field.h"
 #include "network/network.h"
-#include "network/object_path.h"
 #include "platform/dbus.h"
 #include "platform/holders.h"
+#include "platform/object_path.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 

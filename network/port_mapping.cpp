@@ -6,9 +6,9 @@
 #include "common/result.h"
 #include "common/table_field.h"
 #include "network/network.h"
-#include "network/object_path.h"
 #include "platform/dbus.h"
 #include "platform/holders.h"
+#include "platform/object_path.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 

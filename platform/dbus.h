@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <type_traits>
+
 #include "platform/holders.h"
 
 namespace velconfig {
@@ -55,6 +57,7 @@ class PropertyWrite {
  private:
   ScopedBuilder builder_;
 };
+static_assert(std::is_trivially_destructible_v<PropertyWrite>, "a longjmp may pass over a PropertyWrite");
 
 // Copies text into out (cap bytes) cut at a whole UTF-8 character: at most cap - 1
 // bytes, never half a character. Returns false when anything was cut.

@@ -8,7 +8,7 @@
 
 #include <cerrno>
 #include <new>
-#include <vector>
+#include <vector>  // lint: owner-ok (the call scope's own storage, below)
 
 namespace velconfig {
 namespace call_scope {
@@ -26,6 +26,7 @@ struct Kept {
 
 // Initial-exec: the module is dlopened, and LeakSanitizer's exit-time scan of dynamic
 // thread-local storage crashes now and then; static TLS is scanned safely.
+// lint: owner-ok (thread storage, never in a frame a longjmp crosses)
 thread_local std::vector<Kept> kept __attribute__((tls_model("initial-exec")));
 
 void release_entry(const Kept& k) noexcept {

@@ -48,12 +48,23 @@ void release_to(size_t mark) noexcept;
 size_t size() noexcept;
 }  // namespace call_scope
 
-// A pointer the scope releases with Free. Trivially destructible.
+// A pointer the scope releases with Free. Trivially destructible and move-only: one
+// handle names each kept pointer, so no second handle can release it again or read
+// it after it was given back.
 template <class T, void (*Free)(T*)>
 class Scoped {
  public:
   Scoped() = default;
   explicit Scoped(T* p) { adopt(p); }
+  Scoped(const Scoped&) = delete;
+  Scoped& operator=(const Scoped&) = delete;
+  Scoped(Scoped&& other) noexcept : p_(other.p_) { other.p_ = nullptr; }
+  // Whatever this handle held stays in the scope until the call ends.
+  Scoped& operator=(Scoped&& other) noexcept {
+    p_ = other.p_;
+    other.p_ = nullptr;
+    return *this;
+  }
   // Takes over p (which may be null); the handle must not hold anything yet.
   T* adopt(T* p) {
     p_ = p;
@@ -81,6 +92,14 @@ using ScopedVariant = Scoped<GVariant, g_variant_unref>;
 using ScopedText = Scoped<char, release_fn::text>;
 using ScopedJson = Scoped<json_t, release_fn::json>;
 using ScopedBuilder = Scoped<GVariantBuilder, release_fn::builder>;
+
+// Handles live in frames a Lua error may longjmp over: none may need a destructor.
+static_assert(std::is_trivially_destructible_v<ScopedVariant>, "a longjmp may pass over a ScopedVariant");
+static_assert(std::is_trivially_destructible_v<ScopedText>, "a longjmp may pass over a ScopedText");
+static_assert(std::is_trivially_destructible_v<ScopedJson>, "a longjmp may pass over a ScopedJson");
+static_assert(std::is_trivially_destructible_v<ScopedBuilder>, "a longjmp may pass over a ScopedBuilder");
+static_assert(!std::is_copy_constructible_v<ScopedText> && std::is_move_constructible_v<ScopedText>,
+              "a Scoped handle is move-only");
 
 // How many records of record_size bytes the heap block at p can hold: the platform
 // allocates its arrays with malloc (g_malloc), so the allocator knows their size.
@@ -127,7 +146,7 @@ template <class Record>
 using FreeList = PlatformList<Record, int32_t, free>;
 
 static_assert(std::is_trivially_destructible_v<PlatformList<char>>, "a longjmp may pass over a PlatformList");
-static_assert(std::is_trivially_destructible_v<ScopedVariant>, "a longjmp may pass over a ScopedVariant");
+static_assert(std::is_trivially_destructible_v<FreeList<char>>, "a longjmp may pass over a FreeList");
 
 // Runs body for a C caller outside any Lua call: everything body keeps is released
 // when it returns, and an exception becomes the failure result. Never throws.

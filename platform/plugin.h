@@ -6,6 +6,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <type_traits>
+
 #include "platform/holders.h"
 
 namespace velconfig {
@@ -50,6 +52,7 @@ class PluginExchange {
   ScopedText text_;
   ScopedJson document_;
 };
+static_assert(std::is_trivially_destructible_v<PluginExchange>, "a longjmp may pass over a PluginExchange");
 
 // Formats a command into buf (cap bytes, cap - 1 being the command's limit) the way
 // snprintf does, cutting what does not fit.

@@ -1,6 +1,6 @@
 // Where the gateway build and the simulator build differ besides the platform
 // library they link. Each is chosen at link time: platform/seams_gateway.cpp or
-// platform/seams_sim.cpp.
+// sim/seams_sim.cpp.
 #pragma once
 
 #include <stddef.h>

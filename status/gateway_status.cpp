@@ -4,6 +4,7 @@
 
 #include "common/result.h"
 #include "platform/dbus.h"
+#include "platform/service_flags.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 #include "status/status.h"

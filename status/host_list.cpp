@@ -5,6 +5,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "common/host_fields.h"
 #include "common/result.h"
 #include "platform/holders.h"
 #include "platform/seams.h"

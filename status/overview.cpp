@@ -1,12 +1,12 @@
 // "allInfo": the home page's summary of wired and wireless devices with speeds, the
-// provisioned services, the USB disks and the WAN state. Also the service flags that
-// the status page and the LOID page share.
+// provisioned services, the USB disks and the WAN state.
 #include <glib.h>
 #include <stdio.h>
 #include <string.h>
 
 #include "common/result.h"
 #include "platform/holders.h"
+#include "platform/service_flags.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
 #include "status/rate_file.h"
@@ -15,10 +15,6 @@
 namespace velconfig {
 namespace {
 
-// The one model whose IPTV state comes from the IPTV record, not from the LOID check.
-constexpr int32_t kIptvRecordDeviceType = 13;
-constexpr int32_t kLoidRegistered = 200;
-constexpr int32_t kLoidRegisteredToo = 203;
 constexpr size_t kStorageNameRoom = 136;
 
 bool is_one_of(std::string_view type, std::initializer_list<const char*> names) {
@@ -116,37 +112,6 @@ void wan_state(lua_State* L) {
 }
 
 }  // namespace
-
-ServiceFlags service_flags(int32_t device_type) {
-  ServiceFlags flags{false, false};
-  if (device_type == kIptvRecordDeviceType) {
-    ZoVelIptvInfo iptv;
-    memset(&iptv, 0, sizeof iptv);
-    ZoVelGetSubIPTVInfo(&iptv);
-    flags.itv = iptv.enable != 0;
-    return flags;
-  }
-  int32_t status = 0;
-  char* text = nullptr;
-  ZoVelSysCmdCheckLOID(&status, &text);
-  if (text != nullptr && text[0] != '\0') {
-    if (status == kLoidRegistered || status == kLoidRegisteredToo) {
-      flags.itv = strstr(text, "IPTV") != nullptr;
-      flags.voip = strstr(text, "VOIP") != nullptr;
-    }
-    // Only a non-empty text is the caller's to release; an empty one may be the
-    // library's own constant.
-    g_free(text);
-  }
-  return flags;
-}
-
-ServiceFlags read_service_flags() {
-  ZoVelDeviceInfo info;
-  memset(&info, 0, sizeof info);
-  ZoVelGetDeviceInfo(&info);
-  return service_flags(decimal_value(field_text(info.dev_type)));
-}
 
 void get_all_info(lua_State* L, const GetArgs&) {
   lua_newtable(L);

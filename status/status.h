@@ -23,16 +23,7 @@ void get_gw_info(lua_State* L, bool all);
 void get_gw_ips(lua_State* L, const GetArgs& args);
 // "devType"
 void get_dev_type(lua_State* L, const GetArgs& args);
-
-// Whether the IPTV and VoIP services are provisioned.
-struct ServiceFlags {
-  bool itv;
-  bool voip;
-};
-// From the numeric device type of a device information record already read: type 13
-// asks the IPTV record, every other type the LOID registration check.
-ServiceFlags service_flags(int32_t device_type);
-// Reads the device information record first.
-ServiceFlags read_service_flags();
+// "hasPots": 1 when the Capability text's first field is not 0 or cannot be read.
+void get_has_pots(lua_State* L, const GetArgs& args);
 
 }  // namespace velconfig

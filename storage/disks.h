@@ -8,6 +8,7 @@
 
 #include <lua.hpp>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/holders.h"
 #include "platform/records.h"
@@ -20,6 +21,7 @@ constexpr size_t kLabelRoom = 136;
 constexpr size_t kRootPathRoom = 64;
 
 using UsbList = PlatformList<ZoVelUsbDevice>;
+static_assert(std::is_trivially_destructible_v<UsbList>, "a longjmp may pass over a UsbList");
 
 // Queries the USB devices into list; true when the query succeeded and reported at
 // least one device.

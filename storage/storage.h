@@ -10,6 +10,8 @@
 
 namespace velconfig {
 
+// "hasUsb": 1 when the platform reports a USB port, else 0.
+void get_has_usb(lua_State* L, const GetArgs& args);
 void get_usb_devices(lua_State* L, const GetArgs& args);
 int32_t set_usb_modify_label(lua_State* L);
 

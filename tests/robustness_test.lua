@@ -3,15 +3,12 @@
 local h = require "helpers"
 local v = h.velconfig
 
-local GET_KEYS = { "hasWiFi", "hasPots", "hasUsb", "devType", "hasMesh", "gwIPs", "getAppConfig", "allInfo",
-  "gwStatus", "gwInfo", "lan", "ddns", "iptv", "easymesh_config", "pmLists", "interConndStatus", "wifiBasic",
-  "wifiAdv", "hostsInfo", "itvVoipReg", "blackHosts", "usbDevices", "fileLists", "selectedUsb", "subFiles",
-  "newFolder", "deleteFiles", "renameFile", "getDiagFolders", "copyMove", "copyProgress", "usbFormat",
-  "checkLoid", "regProcess", "getMallUrl", "getAppParas", "wifiSsid" }
-local SET_KEYS = { "account", "lan", "ddns", "iptv", "easymesh_config", "wifiBasic", "wifiAdv", "pmSetSingle",
-  "pmSetAll", "startInterConnd", "syncConfig", "syncOnoff", "configAP", "hostSettings", "rmBlackHost",
-  "restore", "fwrestore", "reboot", "checkTAPasswd", "checkUAPasswd", "setloid", "registerloid",
-  "usbModifyLabel", "setAppParas", "logInfo" }
+-- Every key the dispatchers know, from the catalogue the build generates.
+local GET_KEYS, SET_KEYS = {}, {}
+for _, k in ipairs(h.cjson.decode(assert(io.open(os.getenv("VELCONFIG_CATALOGUE"))):read("*a"))) do
+  table.insert(k.call == "get" and GET_KEYS or SET_KEYS, k.key)
+end
+assert(#GET_KEYS == 37 and #SET_KEYS == 25, "the catalogue lists every key")
 
 local long = string.rep("x", 5000)
 local binary = "\0\1\2\255\254" .. string.rep("\0", 40)

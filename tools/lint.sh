@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Static checks (make lint): clang-tidy and cppcheck over every C++ source of the
-# tree, luacheck over every Lua source. Any finding fails the run. The checks and
+# Static checks (make lint): the module's ownership and layering rules
+# (tools/lint_rules.lua), clang-tidy and cppcheck over every C++ source of the tree,
+# luacheck over every Lua source. Any finding fails the run. The checks and
 # the reasons for what they leave out live in .clang-tidy and .luacheckrc; the
 # cppcheck options are below.
 #
@@ -25,14 +26,23 @@ sources() {  # tracked files matching the patterns, or the tree's files without 
 }
 
 start=$(date +%s)
+failed=0
+
+# The ownership and layering rules read the sources' text only, so they run first
+# and need no build.
+echo "lint: ownership and layering"
+# shellcheck disable=SC2046  # one word per file name; our file names have no spaces
+if ! lua5.1 tools/lint_rules.lua $(sources '*.cpp' '*.h'); then
+  echo "lint: the ownership or layering rule is broken" >&2
+  failed=1
+fi
+
 cmake -S . -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null || exit 1
 mkdir -p "$build/lint"
 # shellcheck disable=SC2046  # one word per file name; our file names have no spaces
 lua5.1 tools/lint_db.lua "$root" "$build/compile_commands.json" "$build/lint/compile_commands.json" \
   $(sources '*.cpp') >"$build/lint/files" || exit 1
 echo "lint: $(wc -l <"$build/lint/files") C++ sources"
-
-failed=0
 
 # clang-tidy: one file per run, $jobs at a time; only a failing file's report is
 # printed (without clang's count of the warnings it filtered out of system headers).

@@ -2,8 +2,8 @@
 // interconnect plugin's status, and the roaming thresholds converted to RSSI.
 #include <string.h>
 
+#include "common/interconnect_status.h"
 #include "common/result.h"
-#include "interconnect/interconnect.h"
 #include "platform/holders.h"
 #include "platform/plugin.h"
 #include "platform/text.h"

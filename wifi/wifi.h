@@ -14,6 +14,9 @@ namespace velconfig {
 constexpr const char* kLabel2G = "2.4G-1";
 constexpr const char* kLabel5G = "5G-1";
 
+// "hasWiFi": 1 when the platform reports Wi-Fi, else 0 (wifi/presence.cpp).
+void get_has_wifi(lua_State* L, const GetArgs& args);
+
 // ---- basic settings (wifi/basic.cpp) ----
 void get_wifi_basic(lua_State* L, const GetArgs& args);
 int32_t set_wifi_basic(lua_State* L);

@@ -6,7 +6,7 @@
 
 #include <lua.hpp>
 
-#include "interconnect/interconnect.h"
+#include "common/interconnect_status.h"
 #include "platform/holders.h"
 
 namespace {

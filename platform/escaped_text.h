@@ -1,4 +1,4 @@
-// Texts the interconnect page inserts into plugin commands.
+// Texts inserted into plugin commands, escaped so they cannot break the command.
 #pragma once
 
 #include <stddef.h>

@@ -1,12 +1,12 @@
-// "interConndStatus": whether the interconnect plugin runs, its two switches, and
-// the access points it knows with each one's Wi-Fi. The EasyMesh read adds the same
-// fields to its own table.
+// The interconnect plugin's status: whether it runs, its two switches, and the access
+// points it knows with each one's Wi-Fi.
+#include "common/interconnect_status.h"
+
 #include <stdio.h>
 #include <string.h>
 
 #include "common/result.h"
-#include "interconnect/interconnect.h"
-#include "interconnect/texts.h"
+#include "platform/escaped_text.h"
 #include "platform/holders.h"
 #include "platform/plugin.h"
 #include "platform/text.h"
@@ -228,7 +228,5 @@ void getVelInterConndPluginStatus(lua_State* L, int32_t table_flag) {
   set_number(L, "onoff", onoff);
   set_number(L, "devcnt", devcnt);
 }
-
-void get_interconnd_status(lua_State* L, const GetArgs&) { getVelInterConndPluginStatus(L, 1); }
 
 }  // namespace velconfig

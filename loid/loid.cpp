@@ -2,19 +2,20 @@
 // network name and password), starting registration, and polling its progress. A
 // registration the access network refused (405, 407, 409) holds new LOIDs off for
 // 180 seconds of running time; the moment lives in uci so it survives a reboot.
+#include "loid/loid.h"
+
 #include <stdio.h>
 #include <string.h>
 
 #include "common/result.h"
 #include "common/table_field.h"
-#include "network/object_path.h"
 #include "platform/dbus.h"
 #include "platform/holders.h"
+#include "platform/object_path.h"
 #include "platform/process.h"
+#include "platform/service_flags.h"
 #include "platform/text.h"
 #include "platform/zovel.h"
-#include "status/status.h"
-#include "wifi/mesh.h"
 
 namespace velconfig {
 namespace {

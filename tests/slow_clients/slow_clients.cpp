@@ -33,7 +33,7 @@ int connect_loopback(int port) {
 double now_ms() {
   struct timespec t;
   clock_gettime(CLOCK_MONOTONIC, &t);
-  return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
+  return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) / 1e6;
 }
 
 }  // namespace
@@ -43,8 +43,8 @@ int main(int argc, char** argv) {
     fprintf(stderr, "usage: slow_clients PORT N PATH\n");
     return 2;
   }
-  int port = atoi(argv[1]);
-  int count = atoi(argv[2]);
+  int port = static_cast<int>(strtol(argv[1], nullptr, 10));
+  int count = static_cast<int>(strtol(argv[2], nullptr, 10));
   std::vector<int> stalled;
   static const char kHalf[] = "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: ";
   for (int i = 0; i < count; ++i) {

@@ -6,5 +6,5 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$here/build}
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
-VELCONFIG_ROOT=$root VELCONFIG_CATALOGUE=$build/keys.json \
+VELCONFIG_ROOT=$root VELCONFIG_CATALOGUE=$build/keys.json LUA_PATH="$here/tools/?.lua;;" \
   LUA_CPATH="$build/?.so;$build/sim/?.so;;" ${LUA:-lua5.1} "$here/bench/soak.lua" "$@"

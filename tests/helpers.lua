@@ -117,9 +117,6 @@ function M.without_position(err)
   return (tostring(err):gsub("^[^:]*:%d+: ", ""))
 end
 
-function M.get(...) return M.velconfig:get(...) end
-function M.set(...) return M.velconfig:set(...) end
-
 -- The message of the Lua error that v:set(key, input) raises, called as a page calls
 -- it (method syntax); fails the test when the call does not raise.
 function M.set_error(key, input)

@@ -27,11 +27,6 @@ describe("iptv", function()
     end)
   end
 
-  it("round trip: the page reads back what it wrote", function()
-    assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "1", vlanid = "46", bindlanport = "none" }))
-    assert.are.same({ enable = 1, vlanOnOff = 1, vlanid = 46, bindlanport = "none" }, v:get("iptv"))
-  end)
-
   it("returns the platform's codes; a non-table or a missing needed field writes nothing", function()
     h.sim.fail("ZoVelGetSubIPTVInfo", -3, 1)
     assert.are.equal(-3, v:set("iptv", { enable = "0" }))

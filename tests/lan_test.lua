@@ -1,5 +1,4 @@
--- LAN page (DHCP server read, one multi-property write) and the table field reader
--- every write page goes through.
+-- LAN page: the DHCP server read, and one multi-property write.
 local h = require "helpers"
 local v = h.velconfig
 
@@ -67,17 +66,4 @@ describe("lan", function()
     assert.are.equal(0, v:set("lan", lan { dhcpEnbl = "0", oldLanIp = "10.0.0.1", lanIp = "10.0.0.1" }))
     assert.are.equal(0, v:get("lan").dhcpEnbl)
   end)
-end)
-
-describe("table field reader", function()
-  before_each(function() h.reset() end)
-
-  for _, c in ipairs { { "missing", false, "nil" }, { "a table", {}, "table" }, { "a boolean", true, "boolean" } } do
-    it("raises the library's own error for a field that is " .. c[1] .. ", sending nothing", function()
-      assert.matches(h.field_error(c[3]), h.set_error("lan", lan { lanIp = c[2] }))
-      local ops = h.ops()
-      assert.are.same({ "ZoVelLogOpen", "ZoVelLogClose" }, { ops[1], ops[#ops] })
-      assert.are.equal(2, #ops)
-    end)
-  end
 end)

@@ -22,13 +22,10 @@ end
 local INPUTS = { nil, true, 12, "text", long, binary, {}, function() end, coroutine.create(function() end),
   hostile_table(long), hostile_table(binary), hostile_table(""), { a = {} } }
 
-local SET_ERRORS = { "string expected, got", "attempt to index" }
-
+-- A field that is no text, or an input that cannot be indexed.
 local function acceptable_set_error(err)
-  for _, pattern in ipairs(SET_ERRORS) do
-    if tostring(err):find(pattern, 1, true) then return true end
-  end
-  return false
+  local text = tostring(err)
+  return text:find("string expected, got", 1, true) ~= nil or text:find("attempt to index", 1, true) ~= nil
 end
 
 describe("hostile input", function()
@@ -67,35 +64,35 @@ describe("hostile input", function()
     end
   end)
 
-  it("every key keeps working when every platform operation fails", function()
-    local ops = { "ZoVelSupportWiFi", "ZoVelSupportUSB", "ZoVelDBusGetProperty", "ZoVelDBusGetAllProperty",
-      "ZoVelDBusSetProperty", "ZoVelDBusSetMultiProperty", "ZoVelGetDeviceInfo", "ZoVelGetNetworkInfo",
-      "ZoVelGetPPPoEConfig", "ZoVelGetOnlineDeviceList", "ZoVelGetOnlineDeviceListExtWithIPv6",
-      "ZoVelGetOnlineDevicesSnapShot", "ZoVelGetLANHostByMAC", "ZoVelGetLANHostExtWithIPv6Objs",
-      "ZoVelGetDHCPServer", "ZoVelGetDDNSServerObjs", "ZoVelGetSubIPTVInfo", "ZoVelSetSubIPTVInfo",
-      "ZoVelGetPortMappingObjs", "ZoVelGetWLANDeviceObjs", "ZoVel_GetUSBDeviceObjs", "ZoVelSysCmdCheckLOID",
-      "ZoVelSysCmdLocalRecovery", "ZoVelDBusCallMethod", "ZoVelAddPortMapping", "ZoVelDelPortMapping",
-      "ZoVelAddDDNSServerInstance", "ZoVelSetDDNSServerInstance", "ZoVelDelDDNSServerInstance",
-      "ZoVelListApp", "ZoVelStartApp", "ZoVelPostMsg", "ZoVelSysCmdCheckUAPasswd", "ZoVelSysCmdSetUAPasswd",
-      "ZoVelSysCmdCheckTAPasswd", "ZoVelSetWLANDevice", "ZoVelGetWiFiInfo", "ZoVelGetWiFiTimer", "ZoVelSetWiFiTimer" }
-    for _, op in ipairs(ops) do h.sim.fail(op, -9) end
-    for _, key in ipairs(GET_KEYS) do
-      local ok, err = pcall(v.get, v, key, "1", "1")
-      assert(ok, key .. ": " .. tostring(err))
-    end
+  it("every key keeps working when every platform operation it calls fails", function()
     -- the login checks and notes take a text, not a table
     local TEXT_INPUT = { checkTAPasswd = true, checkUAPasswd = true, logInfo = true }
-    for _, key in ipairs(SET_KEYS) do
-      local ok, result = pcall(v.set, v, key, TEXT_INPUT[key] and "1" or hostile_table("1"))
-      assert(ok, key .. ": " .. tostring(result))
-      assert.are.equal("number", type(result))
+    local function every_key()
+      for _, key in ipairs(GET_KEYS) do
+        local ok, err = pcall(v.get, v, key, "1", "1")
+        assert(ok, key .. ": " .. tostring(err))
+      end
+      for _, key in ipairs(SET_KEYS) do
+        local ok, result = pcall(v.set, v, key, TEXT_INPUT[key] and "1" or hostile_table("1"))
+        assert(ok, key .. ": " .. tostring(result))
+        assert.are.equal("number", type(result), key)
+      end
     end
+    -- a first round names the operations these calls reach; the log is left working
+    every_key()
+    for _, e in ipairs(h.sim.journal()) do
+      if not e.op:find("^ZoVelLog") then h.sim.fail(e.op, -9) end
+    end
+    every_key()
   end)
 end)
 
 describe("a Lua error in the middle of a call", function()
   before_each(function() h.reset() end)
-  after_each(function() collectgarbage("setpause", 200) end)
+  after_each(function()
+    collectgarbage("setpause", 200)
+    collectgarbage("setstepmul", 200)
+  end)
 
   -- Off under LuaJIT: an error raised from a __gc metamethod in the middle of an
   -- allocation crashes LuaJIT itself (with or without this module), so there is
@@ -112,37 +109,37 @@ describe("a Lua error in the middle of a call", function()
       end
     end
     local calls = {
-      function() return v:get("hostsInfo", "7") end,
-      function() return v:get("allInfo") end,
-      function() return v:get("gwStatus") end,
-      function() return v:get("gwInfo", "all") end,
-      function() return v:get("ddns") end,
-      function() return v:get("pmLists") end,
-      function() return v:get("blackHosts") end,
-      function() return v:set("pmSetAll", { op = "enable" }) end,
+      { "get", "hostsInfo", "7" }, { "get", "allInfo" }, { "get", "gwStatus" }, { "get", "gwInfo", "all" },
+      { "get", "ddns" }, { "get", "pmLists" }, { "get", "blackHosts" }, { "set", "pmSetAll", { op = "enable" } },
     }
+    -- A finalizer runs only in the collector's last phase, so whether one falls inside
+    -- a call depends on where the cycle stands. Short cycles (no pause, large steps)
+    -- bring that phase round often; the calls go round, with a different amount of
+    -- garbage before each, until enough of them were cut short (the rate depends on
+    -- the heap's size, so the count of attempts is not fixed).
     collectgarbage("setpause", 0)
-    local raised = 0
-    for _ = 1, 40 do
-      for _, call in ipairs(calls) do
-        failing_garbage(20)
-        h.sim.clear_journal()
-        local ok, err = pcall(function()
-          inside = true
-          call()
-          inside = false
-        end)
+    collectgarbage("setstepmul", 2000)
+    local raised, attempts = 0, 0
+    while raised < 5 and attempts < 50000 do
+      attempts = attempts + 1
+      local call = calls[attempts % #calls + 1]
+      failing_garbage(1 + attempts % 37)
+      h.sim.clear_journal()
+      local ok, err = pcall(function()
+        inside = true
+        v[call[1]](v, unpack(call, 2))
         inside = false
-        if not ok then assert.are.equal("finalizer failed", err) end
-        -- a finalizer may also fail before the call reaches the module at all
-        local ops = h.ops()
-        if #ops > 0 then
-          assert.are.equal("ZoVelLogClose", ops[#ops])
-          if not ok then raised = raised + 1 end
-        end
+      end)
+      inside = false
+      if not ok then assert.are.equal("finalizer failed", err) end
+      -- a finalizer may also fail before the call reaches the module at all
+      local ops = h.ops()
+      if #ops > 0 then
+        assert.are.equal("ZoVelLogClose", ops[#ops])
+        if not ok then raised = raised + 1 end
       end
     end
-    assert.is_true(raised > 0)
+    assert.are.equal(5, raised)
   end)
 
   it("a metamethod that calls the module again leaves the outer call's lists alone", function()

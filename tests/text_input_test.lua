@@ -12,12 +12,20 @@ local v = h.velconfig
 local WIFI_BASIC = { wifi_dualBand = "1", wifi_2G_enbl = "1", wifi_2G_ssid = "Home", wifi_2G_auth = "WPA2",
   wifi_2G_passwd = "secret123", wifi_2G_strength = "2", wifi_5G_enbl = "1", wifi_5G_ssid = "Home-5G",
   wifi_5G_auth = "WPA3", wifi_5G_passwd = "secret123", wifi_5G_strength = "4" }
+local DDNS = { add = "2", enable = "0", provider = "dyndns", domain = "velhome.dyndns.org", hostname = "gw2",
+  username = "me", passwd = "pw" }
+local AP = { mac = "A4C1E2104B21", modeflg = "3", ssid2g = "Hall", pwd2g = "k1", enbl2g = "1", ssid5g = "Hall-5G",
+  pwd5g = "k2", enbl5g = "0" }
+local ACCOUNT = { old = "user1234", new = "n3w-pass" }
+local MESH = { easymeshEnbl = "1", mesh_2G_enbl = "1", mesh_2G_ssid = "Mesh-24", mesh_2G_auth = "WPA2-PSK",
+  mesh_2G_passwd = "key-24", mesh_2G_rssi = "-65", mesh_5G_enbl = "0", mesh_5G_ssid = "Mesh-5", mesh_5G_auth = "SAE",
+  mesh_5G_passwd = "key-5", mesh_5G_rssi = "-60" }
+local LOID_WIFI = { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "1", wifiSsid = "Home", wifiPsd = "pw" }
 local CASES = {
   { "lan", { dhcpEnbl = "1", oldLanIp = "192.168.1.1", lanIp = "192.168.1.7", poolStart = "192.168.1.2",
     poolEnd = "192.168.1.200", subnetMask = "255.255.255.0" },
     { "dhcpEnbl", "oldLanIp", "lanIp", "poolStart", "poolEnd", "subnetMask" } },
-  { "ddns", { add = "2", enable = "0", provider = "dyndns", domain = "velhome.dyndns.org", hostname = "gw2",
-    username = "me", passwd = "pw" }, { "add", "enable", "provider", "domain", "hostname", "username", "passwd" } },
+  { "ddns", DDNS, { "add", "enable", "provider", "domain", "hostname", "username", "passwd" } },
   { "iptv", { enable = "1", vlanOnOff = "1", vlanid = "46", bindlanport = "LAN1" },
     { "enable", "vlanOnOff", "vlanid", "bindlanport" } },
   { "pmSetSingle", { op = "add", desp = "SSH", client = "192.168.1.20", protocol = "TCP", exPort = "2222",
@@ -30,19 +38,15 @@ local CASES = {
   { "syncConfig", { syncConfig = "0" }, { "syncConfig" } },
   { "syncOnoff", { syncOnoff = "1" }, { "syncOnoff" } },
   -- both bands are judged before the first is sent
-  { "configAP", { mac = "A4C1E2104B21", modeflg = "3", ssid2g = "Hall", pwd2g = "k1", enbl2g = "1", ssid5g = "Hall-5G",
-    pwd5g = "k2", enbl5g = "0" }, { "mac", "modeflg", "ssid2g", "pwd2g", "enbl2g", "ssid5g", "pwd5g", "enbl5g" } },
-  { "account", { old = "user1234", new = "n3w-pass" }, { "old", "new" } },
-  { "easymesh_config", { easymeshEnbl = "1", mesh_2G_enbl = "1", mesh_2G_ssid = "Mesh-24", mesh_2G_auth = "WPA2-PSK",
-    mesh_2G_passwd = "key-24", mesh_2G_rssi = "-65", mesh_5G_enbl = "0", mesh_5G_ssid = "Mesh-5", mesh_5G_auth = "SAE",
-    mesh_5G_passwd = "key-5", mesh_5G_rssi = "-60" },
+  { "configAP", AP, { "mac", "modeflg", "ssid2g", "pwd2g", "enbl2g", "ssid5g", "pwd5g", "enbl5g" } },
+  { "account", ACCOUNT, { "old", "new" } },
+  { "easymesh_config", MESH,
     { "easymeshEnbl", "mesh_2G_enbl", "mesh_2G_ssid", "mesh_2G_auth", "mesh_2G_passwd", "mesh_2G_rssi",
       "mesh_5G_enbl", "mesh_5G_ssid", "mesh_5G_auth", "mesh_5G_passwd", "mesh_5G_rssi" } },
   { "easymesh_config", { easymeshEnbl = "0" }, { "easymeshEnbl" } },
   { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "0" }, { "loid", "loidPsd", "hasWiFi" } },
   -- the Wi-Fi fields are judged before the LOID is stored
-  { "setloid", { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "1", wifiSsid = "Home", wifiPsd = "pw" },
-    { "wifiSsid", "wifiPsd" } },
+  { "setloid", LOID_WIFI, { "wifiSsid", "wifiPsd" } },
   { "wifiBasic", WIFI_BASIC, { "wifi_dualBand" } },
   { "wifiBasic", WIFI_BASIC, { "wifi_2G_enbl", "wifi_2G_ssid", "wifi_2G_auth", "wifi_2G_passwd", "wifi_2G_strength",
     "wifi_5G_enbl", "wifi_5G_ssid", "wifi_5G_auth", "wifi_5G_passwd", "wifi_5G_strength" } },
@@ -68,8 +72,9 @@ end
 
 local UNTOUCHED = { "ZoVelLogOpen", "ZoVelLogClose" }
 
--- Values that are no text: each raises the field reader's error before any write.
-local NOT_TEXT = { { "a table", {} }, { "a boolean", true }, { "nothing", nil } }
+-- Values that are no text, by type name: each raises the field reader's error, as
+-- the Lua library words it, before any write.
+local NOT_TEXT = { { "table", {} }, { "boolean", true }, { "nil", nil } }
 
 describe("a write field that is not a clean text, or no text at all", function()
   before_each(function() h.reset() end)
@@ -89,7 +94,7 @@ describe("a write field that is not a clean text, or no text at all", function()
         for _, bad in ipairs(NOT_TEXT) do
           h.sim.clear_journal()
           local what = key .. " " .. field .. " as " .. bad[1]
-          assert.is_false(pcall(v.set, v, key, copy_with(input, field, bad[2])), what)
+          assert.matches(h.field_error(bad[1]), h.set_error(key, copy_with(input, field, bad[2])), what)
           assert.are.same(UNTOUCHED, h.ops(), what)
         end
       end
@@ -103,16 +108,9 @@ end)
 
 -- Secrets, with the capacity of their fields and the key's failure result: one byte
 -- too long is refused whole (never cut), while one that just fits goes to the platform.
-local LOID_WIFI = { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "1", wifiSsid = "Home", wifiPsd = "pw" }
-local function input_of(key)
-  for _, c in ipairs(CASES) do
-    if c[1] == key then return c[2] end
-  end
-end
-local AP, MESH = input_of("configAP"), input_of("easymesh_config")
 local SECRETS = {
-  { "account", { old = "user1234", new = "n3w-pass" }, "new", 31, 3 },
-  { "account", { old = "user1234", new = "n3w-pass" }, "old", 255, 3 },
+  { "account", ACCOUNT, "new", 31, 3 },
+  { "account", ACCOUNT, "old", 255, 3 },
   { "wifiBasic", WIFI_BASIC, "wifi_2G_passwd", 63, 1 },
   { "wifiBasic", WIFI_BASIC, "wifi_5G_passwd", 63, 1 },
   { "easymesh_config", MESH, "mesh_2G_passwd", 79, 1 },
@@ -122,7 +120,7 @@ local SECRETS = {
   { "setloid", LOID_WIFI, "wifiPsd", 63, 1 },
   { "configAP", AP, "pwd2g", 63, 1 },
   { "configAP", AP, "pwd5g", 63, 1 },
-  { "ddns", input_of("ddns"), "passwd", 31, 1 },
+  { "ddns", DDNS, "passwd", 31, 1 },
 }
 
 describe("a secret longer than its field", function()
@@ -160,8 +158,5 @@ describe("a clean text longer than its field", function()
         hostname = c[1], username = "u", passwd = "p" }))
       assert.are.equal(c[2], h.calls("ZoVelAddDDNSServerInstance")[1].hostname)
     end
-    assert.are.equal(0, v:set("pmSetSingle", { op = "add", desp = ("d"):rep(30) .. "中", client = "192.168.1.9",
-      protocol = "TCP", exPort = "1", inPort = "1" }))
-    assert.are.equal(("d"):rep(30), h.calls("ZoVelAddPortMapping")[1].description)
   end)
 end)

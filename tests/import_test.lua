@@ -15,20 +15,6 @@ local function catalogue()
   return json.decode(text)
 end
 
-local function read(path)
-  local f = io.open(path, "rb")
-  if not f then return nil end
-  local text = f:read("*a")
-  f:close()
-  return text
-end
-
-local function write(path, text)
-  local f = assert(io.open(path, "wb"))
-  f:write(text)
-  f:close()
-end
-
 describe("a dump imported into the simulator", function()
   it("answers every key as dumped, for 200 random gateways", function()
     h.reset()
@@ -54,25 +40,18 @@ describe("a dump imported into the simulator", function()
   end)
 end)
 
+-- The state file (/gateway.json) and the dumps are files in the test's own file root.
 describe("velconfig dump and import", function()
-  local state, dir
-  before_each(function()
-    dir = os.tmpname()
-    os.remove(dir)
-    assert(os.execute("mkdir -p " .. h.quote(dir)) == 0)
-    state = dir .. "/gateway.json"
-  end)
-  after_each(function() os.execute("rm -rf " .. h.quote(dir)) end)
+  before_each(function() h.fresh_root() end)
+  teardown(function() os.execute("rm -rf " .. h.quote(h.root)) end)
 
-  local function run(...) return h.shell(h.cli(state, ...)) end
+  local function run(...) return h.shell(h.cli(h.file("/gateway.json"), ...)) end
 
   it("hides secrets unless asked, heads the dump, and imports either form", function()
     local status, out = run("dump")
     assert.are.equal(0, status)
     local hidden = json.decode(out)
-    assert.are.equal(1, hidden.format)
-    assert.are.equal("sim", hidden.platform)
-    assert.are.equal("hidden", hidden.secrets)
+    assert.are.same({ 1, "sim", "hidden" }, { hidden.format, hidden.platform, hidden.secrets })
     assert.truthy(hidden.taken:match("^%d%d%d%d%-%d%d%-%d%dT%d%d:%d%d:%d%dZ$"))
     assert.truthy(hidden.version:match("^%d+%.%d+"))
     local a = hidden.answers
@@ -82,25 +61,24 @@ describe("velconfig dump and import", function()
     end
     assert.truthy(a.getMallUrl.url:find("token=" .. dump.PLACEHOLDER .. "&", 1, true))
 
-    local _, kept_out = run("dump", "--with-secrets")
-    local kept = json.decode(kept_out)
-    assert.are.equal("vel3f10home", kept.answers.wifiBasic.passwd1)
+    local _, kept = run("dump", "--with-secrets")
+    assert.are.equal("vel3f10home", json.decode(kept).answers.wifiBasic.passwd1)
 
     -- A customer's dump without secrets: the simulated gateway now holds the placeholder.
-    write(dir .. "/customer.json", out)
-    local seeded = read(state)
-    local st, said = run("import", dir .. "/customer.json")
+    h.write_file("/customer.json", out)
+    local seeded = h.read_file("/gateway.json")
+    local st, said = run("import", h.file("/customer.json"))
     assert.are.equal(0, st)
     assert.truthy(said:find("filled from the dump: device, wan", 1, true))
-    assert.are.equal(seeded, read(state .. ".bak"))
+    assert.are.equal(seeded, h.read_file("/gateway.json.bak"))
     local _, again = run("dump")
     assert.are.same({}, dump.differences(hidden.answers, json.decode(again).answers))
     local _, ssid = run("get", "wifiBasic")
     assert.are.equal(dump.PLACEHOLDER, json.decode(ssid).passwd1)
 
     -- An older dump: bare answers, one key; the rest stays the default gateway's.
-    write(dir .. "/old.json", '{"lan": {"dhcpEnbl": 0, "lanIp": "10.0.0.1", "poolStart": "", "poolEnd": "", "subnetMask": "255.0.0.0"}}')
-    st, said = run("import", dir .. "/old.json")
+    h.write_file("/old.json", '{"lan": {"dhcpEnbl": 0, "lanIp": "10.0.0.1", "poolStart": "", "poolEnd": "", "subnetMask": "255.0.0.0"}}')
+    st, said = run("import", h.file("/old.json"))
     assert.are.equal(0, st)
     assert.truthy(said:find("filled from the dump: wan, lan, dhcp\n", 1, true))
     assert.truthy(said:find("kept from the default model: device, hosts,", 1, true))
@@ -111,7 +89,7 @@ describe("velconfig dump and import", function()
 
   it("refuses a bad dump with one line naming the key, exit 2, the state untouched", function()
     local _, good = run("dump")
-    local before = read(state)
+    local before = h.read_file("/gateway.json")
     local function variant(edit)
       local d = json.decode(good)
       edit(d.answers)
@@ -128,22 +106,22 @@ describe("velconfig dump and import", function()
       { "a name leaving its folder", variant(function(a) a.fileLists.file1.name = "../../x" end), "^fileLists%.file1%.name: not a file name" },
     }
     for _, c in ipairs(cases) do
-      write(dir .. "/bad.json", c[2])
-      local status, out, err = run("import", dir .. "/bad.json")
+      h.write_file("/bad.json", c[2])
+      local status, out, err = run("import", h.file("/bad.json"))
       assert.are.equal(2, status, c[1])
       assert.are.equal("", out, c[1])
       local line = err:match("^velconfig: import refused: (.*)\n$")
       assert(line and line:match(c[3]), c[1] .. ": " .. err)
-      assert.are.equal(before, read(state), c[1])
+      assert.are.equal(before, h.read_file("/gateway.json"), c[1])
     end
     -- 100 MB, refused by its size before it is read.
-    local f = assert(io.open(dir .. "/huge.json", "wb"))
+    local f = assert(io.open(h.file("/huge.json"), "wb"))
     f:seek("set", 100 * 1024 * 1024 - 1)
     f:write("}")
     f:close()
-    local status, _, err = run("import", dir .. "/huge.json")
+    local status, _, err = run("import", h.file("/huge.json"))
     assert.are.equal(2, status)
     assert.truthy(err:find("(file): 104857600 bytes, more than a dump can be", 1, true))
-    assert.are.equal(before, read(state))
+    assert.are.equal(before, h.read_file("/gateway.json"))
   end)
 end)

@@ -1,6 +1,6 @@
--- The simulator's own promises: state files, injected faults, the pinned clock,
--- figures at the limits, members it does not know, the bytes of a record the module
--- does not read, and a bounded journal.
+-- The simulator's own promises: injected faults, the pinned clock, figures at the
+-- limits, members it does not know, the bytes of a record the module does not read,
+-- a bounded journal, and disks whose files stay inside the file root.
 local h = require "helpers"
 local cjson = h.cjson
 local v = h.velconfig
@@ -34,33 +34,26 @@ local function ramp(n)
   return bytes
 end
 
+-- The model's disks, copying at rate bytes a second; the simulator lays each disk's
+-- files out under the file root when the disk is first used.
+local function use_disks(rate, disks)
+  h.edit_model(function(m) m.usb, m.storage = disks, { copy_rate = rate, next_transfer = 1 } end)
+end
+
+local function disk(id, mount, files)
+  return { id = id, class = 8, name = "Disk", mount_path = mount, total_size = 1000, used_size = 0, label = "",
+    files = files }
+end
+
+local function big(n) return string.rep("z", n) end
+
 describe("the simulator", function()
   before_each(function() h.reset() end)
-
-  it("saves every change to the state file and reads it back in a later load", function()
-    local path = os.tmpname()
-    os.remove(path)
-    h.sim.use_state_file(path)
-    v:set("reboot")
-    h.sim.use_state_file("")
-    h.sim.reset()
-    assert.are.equal(1, h.model().device.boot_count)
-    h.sim.use_state_file(path)
-    assert.are.equal(2, h.model().device.boot_count)
-    h.sim.use_state_file("")
-    os.remove(path)
-  end)
 
   it("makes an operation fail for the given number of calls without touching its out-parameters", function()
     h.sim.fail("ZoVelSupportUSB", -7, 1)
     assert.are.equal(0, v:get("hasUsb"))
     assert.are.equal(1, v:get("hasUsb"))
-  end)
-
-  it("runs the gateway's clock from the pinned time", function()
-    h.sim.pin_clock(1700000000)
-    h.sim.advance_clock(90)
-    assert.are.equal(1700000090, h.sim.now())
   end)
 
   it("rejects a model that is not a JSON object", function()
@@ -124,7 +117,6 @@ describe("the simulator", function()
   end)
 
   it("keeps members of unexpected types, and unknown ones, through writes and saves", function()
-    local path = os.tmpname()
     local m = cjson.decode(h.sim.default_model())
     m.device.vendor = { 1, 2 }
     m.wifi = 7
@@ -132,10 +124,8 @@ describe("the simulator", function()
     m.iptv.bound_ports, m.iptv.vlan_id = false, "none"
     m.ddns[1].provider, m.ddns[1].enable, m.ddns[1].reserved = 42, true, "not hex"
     m.dhcp.enable, m.hosts = 1, "not a list"
-    local f = assert(io.open(path, "w"))
-    f:write(cjson.encode(m))
-    f:close()
-    h.sim.use_state_file(path)
+    h.write_file("/state.json", cjson.encode(m))
+    h.sim.use_state_file(h.file("/state.json"))
     -- each write gives back what these members read as (nothing, -1, 1, true)
     assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "0", bindlanport = "none" }))
     assert.are.equal(0, v:set("ddns", { add = "2", enable = "1", provider = "p", domain = "velhome.dyndns.org",
@@ -144,18 +134,14 @@ describe("the simulator", function()
       poolStart = "192.168.1.2", poolEnd = "192.168.1.200", subnetMask = "255.255.255.0" }))
     v:set("reboot")
     h.sim.use_state_file("")
-    f = assert(io.open(path))
-    local after = cjson.decode(f:read("*a"))
-    f:close()
-    os.remove(path)
-    os.remove(path .. ".lock")
+    local after = cjson.decode(h.read_file("/state.json"))
     assert.are.same({ { 1, 2 }, 7, m.extra, false, "none", 42, true, "not hex", 1, "not a list" },
       { after.device.vendor, after.wifi, after.extra, after.iptv.bound_ports, after.iptv.vlan_id,
         after.ddns[1].provider, after.ddns[1].enable, after.ddns[1].reserved, after.dhcp.enable, after.hosts })
     assert.are.same({ "gw2", "192.168.1.200", 2 }, { after.ddns[1].hostname, after.dhcp.max, after.device.boot_count })
   end)
 
-  it("gives the platform back the bytes of a record it handed out that the module does not read", function()
+  it("gives the platform back the reserved bytes of a record it handed out, as the model holds them or the bytes they give", function()
     local iptv_reserved = { ["0"] = hex(ramp(256)), ["297"] = "a1b2c3" }
     local ddns_reserved = { ["260"] = "5a", ["389"] = "01020304050607", ["524"] = hex(ramp(80)) }
     h.edit_model(function(m)
@@ -167,12 +153,10 @@ describe("the simulator", function()
       hostname = "h2", username = "u2", passwd = "p2" }))
     assert.are.same(iptv_reserved, h.calls("ZoVelSetSubIPTVInfo")[1].reserved)
     assert.are.same(ddns_reserved, h.calls("ZoVelSetDDNSServerInstance")[1].reserved)
-    local m = h.model()
-    assert.are.same({ iptv_reserved, 7, ddns_reserved, "h2" }, { m.iptv.reserved, m.iptv.vlan_id, m.ddns[1].reserved,
-      m.ddns[1].hostname })
-  end)
-
-  it("reads a short or unreadable reserved text as the bytes it gives, and keeps it as written", function()
+    local after = h.model()
+    assert.are.same({ iptv_reserved, 7, ddns_reserved, "h2" }, { after.iptv.reserved, after.iptv.vlan_id,
+      after.ddns[1].reserved, after.ddns[1].hostname })
+    -- a short or unreadable reserved text is read as the bytes it gives, and kept as written
     h.edit_model(function(m) m.iptv.reserved = { ["297"] = "AB", ["0"] = "xyz", ["5"] = "kept" } end)
     assert.are.equal(0, v:set("iptv", { enable = "0" }))
     assert.are.same({ ["297"] = "ab0000" }, h.calls("ZoVelSetSubIPTVInfo")[1].reserved)
@@ -197,5 +181,94 @@ describe("the simulator", function()
     h.sim.reset()
     for _ = 1, 3 do v:set("fwrestore") end
     assert.are.same({ 9, 0 }, { #h.sim.journal(), h.sim.journal_dropped() })
+  end)
+
+  describe("its disks", function()
+    before_each(function()
+      h.fresh_root()
+      use_disks(1000, { disk(2, "/mnt/usb1", { ["docs/"] = "", ["docs/a.txt"] = "alpha", ["docs/b.txt"] = "bravo",
+        ["docs/sub/"] = "", ["docs/sub/c.txt"] = "charlie", big = big(5000) }), disk(3, "/mnt/usb2", {}) })
+      v:get("subFiles", "/mnt/usb1")
+      v:get("subFiles", "/mnt/usb2")
+    end)
+
+    it("keep every file operation inside the disk, through a symbolic link too, and are never made outside the file root", function()
+      h.write_file("/outside/secret.txt", "secret")
+      assert(os.execute("ln -s " .. h.quote(h.file("/outside")) .. " " .. h.quote(h.file("/mnt/usb1/link"))) == 0)
+      assert.are.same({ fileNum = 0, filePath = "/mnt/usb1/link" }, v:get("subFiles", "/mnt/usb1/link"))
+      v:get("deleteFiles", "/mnt/usb1/link", "secret.txt/")
+      v:get("deleteFiles", "/mnt/usb1", "link/")
+      v:get("renameFile", "/mnt/usb1/docs/a.txt", "/mnt/usb1/link/a.txt")
+      v:get("renameFile", "/mnt/usb1/link/secret.txt", "/mnt/usb1/docs/stolen.txt")
+      v:get("newFolder", "/mnt/usb1/link/new")
+      v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb1/link|a.txt", "a.txt/")
+      v:get("copyMove", "copy|/mnt/usb1/link|/mnt/usb1/docs|secret.txt", "secret.txt/")
+      v:get("copyMove", "move|/mnt/usb1/link|/mnt/usb1/docs|x", "secret.txt/")
+      assert.are.equal("secret", h.read_file("/outside/secret.txt"))
+      assert.is_nil(h.read_file("/outside/a.txt"))
+      assert.is_nil(h.read_file("/mnt/usb1/docs/stolen.txt"))
+      assert.is_nil(h.read_file("/mnt/usb1/docs/secret.txt"))
+      assert.are.equal("alpha", h.read_file("/mnt/usb1/docs/a.txt"))
+      -- the link itself stays too
+      assert.are.equal("secret", h.read_file("/mnt/usb1/link/secret.txt"))
+      assert.are.equal(3, #h.calls("ZoVel_NAS_Copy") + #h.calls("ZoVel_NAS_Move"))
+      -- a disk whose mount path leads out of the file root
+      local escape = "/../" .. h.root:match("[^/]+$") .. "-escape"
+      use_disks(0, { disk(2, escape, { ["a.txt"] = "a" }) })
+      assert.are.same({ 0, escape }, { v:get("fileLists").fileNum, v:get("fileLists").filePath })
+      assert.are.same({ fileNum = 0, filePath = escape }, v:get("usbFormat", "2"))
+      assert.is_nil(io.open(h.root .. "-escape"))
+    end)
+
+    it("never replace an entry, nor copy a file onto itself or a folder into itself", function()
+      local r = v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb1/docs|a.txt", "a.txt/")
+      assert.are.same({ 0, 0 }, { r.transId, r.percent })
+      v:get("copyMove", "copy|/mnt/usb1|/mnt/usb1/docs/sub|docs", "docs/")
+      v:get("copyMove", "move|/mnt/usb1|/mnt/usb1/docs/sub|docs", "docs/")
+      assert.is_nil(h.read_file("/mnt/usb1/docs/sub/docs/a.txt"))
+      assert.are.equal("charlie", h.read_file("/mnt/usb1/docs/sub/c.txt"))
+      h.write_file("/mnt/usb2/a.txt", "older")
+      v:get("copyMove", "move|/mnt/usb1/docs|/mnt/usb2|x", "a.txt/")
+      v:get("renameFile", "/mnt/usb1/docs/b.txt", "/mnt/usb1/docs/a.txt")
+      assert.are.same({ "older", "alpha", "bravo" }, { h.read_file("/mnt/usb2/a.txt"), h.read_file("/mnt/usb1/docs/a.txt"),
+        h.read_file("/mnt/usb1/docs/b.txt") })
+    end)
+
+    it("fail a copy whose disk is formatted, or whose target is a FIFO, instead of stalling it", function()
+      local function copy() return tostring(v:get("copyMove", "copy|/mnt/usb1|/mnt/usb2|big", "big/").transId) end
+      local id = copy()
+      assert.are.equal(20, v:get("copyProgress", id).percent)
+      v:get("usbFormat", "3")
+      assert.are.same({ percent = 200 }, v:get("copyProgress", id))
+      assert(os.execute("mkfifo " .. h.quote(h.file("/mnt/usb2/big"))) == 0)
+      assert.are.same({ percent = 200 }, v:get("copyProgress", copy()))
+    end)
+
+    it("resume a copy the model records as unfinished where it stopped, as the CLI's next run does", function()
+      local source = big(2500) .. string.rep("q", 1500)
+      use_disks(1000, { disk(2, "/mnt/usb3", { ["in/"] = "", ["in/d/"] = "", ["in/d/a"] = big(2500),
+        ["in/d/b"] = string.rep("q", 1500), ["in/f"] = source, ["out/"] = "", ["out/d/"] = "" }) })
+      v:get("subFiles", "/mnt/usb3")
+      -- what the earlier run had written (marked, to see that it is not copied again)
+      h.write_file("/mnt/usb3/out/f", string.rep("p", 1000))
+      h.write_file("/mnt/usb3/out/d/a", big(2500))
+      h.write_file("/mnt/usb3/out/d/b", string.rep("r", 500))
+      local started = (h.sim.now() - 1) * 1000
+      h.edit_model(function(m)
+        m.storage.transfers = {
+          { id = 7, source = "/mnt/usb3/in/f", target = "/mnt/usb3/out/f", total = 4000, copied = 1000,
+            state = "copying", started_ms = started, rate = 1000 },
+          { id = 8, source = "/mnt/usb3/in/d", target = "/mnt/usb3/out/d", total = 4000, copied = 3000,
+            state = "copying", started_ms = started - 2000, rate = 1000 } }
+      end)
+      assert.are.same({ 25, 75 }, { v:get("copyProgress", "7").percent, v:get("copyProgress", "8").percent })
+      h.sim.advance_clock(3)
+      assert.are.same({ 100, 100 }, { v:get("copyProgress", "7").percent, v:get("copyProgress", "8").percent })
+      assert.are.equal(string.rep("p", 1000) .. source:sub(1001), h.read_file("/mnt/usb3/out/f"))
+      assert.are.same({ big(2500), string.rep("r", 500) .. string.rep("q", 1000) }, { h.read_file("/mnt/usb3/out/d/a"),
+        h.read_file("/mnt/usb3/out/d/b") })
+      local saved = h.model().storage.transfers
+      assert.are.same({ "done", 4000, "done", 4000 }, { saved[1].state, saved[1].copied, saved[2].state, saved[2].copied })
+    end)
   end)
 end)

@@ -1,42 +1,16 @@
--- The project's `uci` for the PC (tools/uci): get, set, commit and show on the files
--- under $VELCONFIG_ROOT/etc/config, answering as the gateway's uci does.
-local root = os.tmpname()
-os.remove(root)
-local CONFIG = root .. "/etc/config"
-local STAGED = root .. "/tmp/.uci"
+-- The project's `uci` for the PC (tools/uci, first on the suite's PATH): get, set,
+-- commit and show on the files under $VELCONFIG_ROOT/etc/config, answering as the
+-- gateway's uci does.
+local h = require "helpers"
 
--- Every argument goes to the shell single-quoted; the tests pass only fixed texts.
-local function sh_quote(s) return "'" .. s:gsub("'", "'\\''") .. "'" end
-
--- Runs uci (found on PATH) with the arguments; returns status, stdout, stderr.
+-- Runs uci on the test's file root; returns status, stdout, stderr.
 local function uci(...)
-  local words = { "env", "VELCONFIG_ROOT=" .. sh_quote(root), "uci" }
-  for _, a in ipairs({ ... }) do words[#words + 1] = sh_quote(a) end
-  local err = os.tmpname()
-  local p = io.popen(table.concat(words, " ") .. " 2>" .. sh_quote(err) .. "; echo \"exit $?\"")
-  local out = p:read("*a")
-  p:close()
-  local f = io.open(err)
-  local errtext = f:read("*a")
-  f:close()
-  os.remove(err)
-  local status = tonumber(out:match("exit (%d+)\n$"))
-  return status, out:gsub("exit %d+\n$", ""), errtext
+  local words = { "VELCONFIG_ROOT=" .. h.quote(h.root), "uci" }
+  for _, a in ipairs({ ... }) do words[#words + 1] = h.quote(a) end
+  return h.shell(table.concat(words, " "))
 end
 
-local function read(path)
-  local f = io.open(path)
-  if not f then return nil end
-  local t = f:read("*a")
-  f:close()
-  return t
-end
-
-local function write(path, text)
-  local f = assert(io.open(path, "w"))
-  f:write(text)
-  f:close()
-end
+local function config(name) return h.read_file("/etc/config/" .. name) end
 
 local LUCI = table.concat({
   "# LuCI settings: keep this comment",
@@ -58,17 +32,10 @@ local LUCI = table.concat({
 
 describe("uci", function()
   before_each(function()
-    os.execute("rm -rf " .. sh_quote(root) .. " && mkdir -p " .. sh_quote(CONFIG))
-    write(CONFIG .. "/luci", LUCI)
+    h.fresh_root()
+    h.write_file("/etc/config/luci", LUCI)
   end)
-  teardown(function() os.execute("rm -rf " .. sh_quote(root)) end)
-
-  it("is the project's own, first on PATH", function()
-    local p = io.popen("command -v uci")
-    local path = p:read("*l")
-    p:close()
-    assert.truthy(path:find("/tools/bin/uci$"), path)
-  end)
+  teardown(function() os.execute("rm -rf " .. h.quote(h.root)) end)
 
   local reads = {
     { "luci.main.lang", "auto\n" },
@@ -109,28 +76,33 @@ describe("uci", function()
     it("fails: " .. table.concat(c[1], " "), function()
       local status, out, err = uci(unpack(c[1]))
       assert.are.same({ c[2], "", c[3] }, { status, out, err })
-      assert.are.equal(LUCI, read(CONFIG .. "/luci"))
+      assert.are.equal(LUCI, config("luci"))
     end)
   end
 
-  it("commits every staged configuration, untroubled by a set that failed", function()
-    write(CONFIG .. "/other", "config a 's'\n")
+  it("commits every staged configuration, untroubled by a set that failed, each file replaced whole", function()
+    h.write_file("/etc/config/other", "config a 's'\n")
+    os.execute("chmod 600 " .. h.quote(h.file("/etc/config/luci")))
+    local before = assert(io.open(h.file("/etc/config/luci")))
     assert.are.equal(1, uci("set", "noconfig.s.o=1"))
     assert.are.equal(0, uci("set", "other.s.o=1"))
     assert.are.equal(0, uci("set", "luci.main.lang=en"))
     assert.are.same({ 0, "", "" }, { uci("commit") })
-    assert.are.equal("config a 's'\n\toption o '1'\n", read(CONFIG .. "/other"))
-    assert.truthy(read(CONFIG .. "/luci"):find("\toption lang 'en'\n", 1, true))
+    assert.are.equal("config a 's'\n\toption o '1'\n", config("other"))
+    assert.truthy(config("luci"):find("\toption lang 'en'\n", 1, true))
+    -- a reader that opened the old file still reads all of the old one; the mode is
+    -- kept, and no temporary file is left
+    assert.are.equal(LUCI, before:read("*a"))
+    before:close()
+    local _, out = h.shell("ls -A " .. h.quote(h.file("/etc/config")) .. "; stat -c %a " .. h.quote(h.file("/etc/config/luci")))
+    assert.are.equal("luci\nother\n600\n", out)
   end)
 
-  it("prints its usage and exits 255 for an unknown command", function()
+  it("prints its usage and exits 255 for an unknown command, and reports a parse error with its line", function()
     local status, _, err = uci("frobnicate")
     assert.are.equal(255, status)
     assert.truthy(err:find("Usage: uci", 1, true))
-  end)
-
-  it("reports a parse error with its line", function()
-    write(CONFIG .. "/broken", "option x 1\n")
+    h.write_file("/etc/config/broken", "option x 1\n")
     assert.are.same({ 1, "", "uci: Parse error (option/list command found before the first section) at line 1\n" },
                     { uci("get", "broken.a.x") })
   end)
@@ -143,7 +115,7 @@ describe("uci", function()
     assert.are.equal(0, uci("set", "luci.fresh.opt=v"))
     assert.are.equal(0, uci("set", "luci.main.ubuspath="))
     -- staged: the file is untouched, get already answers with the change
-    assert.are.equal(LUCI, read(CONFIG .. "/luci"))
+    assert.are.equal(LUCI, config("luci"))
     assert.are.same({ 0, "123\n", "" }, { uci("get", "luci.ccache.lastregtime") })
     assert.are.same({ 1, "", "uci: Entry not found\n" }, { uci("get", "luci.main.ubuspath") })
 
@@ -166,8 +138,8 @@ describe("uci", function()
       "config thing 'fresh'",
       "\toption opt 'v'",
       "",
-    }, "\n"), read(CONFIG .. "/luci"))
-    assert.are.equal("", read(STAGED .. "/luci"))
+    }, "\n"), config("luci"))
+    assert.are.equal("", h.read_file("/tmp/.uci/luci"))
     assert.are.same({ 0, "it's \"quoted\" $HOME\n", "" }, { uci("get", "luci.@extern[1].name") })
     assert.are.same({ 0, "thing\n", "" }, { uci("get", "luci.fresh") })
   end)
@@ -183,21 +155,8 @@ describe("uci", function()
       "luci.@extern[1].name='second'", "" }, "\n"), out)
   end)
 
-  it("replaces the file whole, keeping its mode, with no temporary file left", function()
-    os.execute("chmod 600 " .. sh_quote(CONFIG .. "/luci"))
-    local before = assert(io.open(CONFIG .. "/luci"))
-    uci("set", "luci.main.lang=en")
-    uci("commit")
-    -- a reader that opened the old file still reads all of the old one
-    assert.are.equal(LUCI, before:read("*a"))
-    before:close()
-    local p = io.popen("ls -A " .. sh_quote(CONFIG) .. "; stat -c %a " .. sh_quote(CONFIG .. "/luci"))
-    assert.are.equal("luci\n600\n", p:read("*a"))
-    p:close()
-  end)
-
   it("keeps every one of many sets run at once with commits", function()
-    local script, env = {}, "env VELCONFIG_ROOT=" .. sh_quote(root)
+    local script, env = {}, "VELCONFIG_ROOT=" .. h.quote(h.root)
     for i = 1, 40 do
       script[#script + 1] = env .. " uci set luci.ccache.o" .. i .. "=v" .. i .. " &"
       if i % 2 == 0 then script[#script + 1] = env .. " uci commit luci &" end

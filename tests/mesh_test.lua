@@ -19,9 +19,9 @@ local function sent()
   return writes[1] and writes[1].entries, commands
 end
 
-describe("easymesh_config write", function()
-  before_each(function() h.reset() end)
+before_each(function() h.reset() end)
 
+describe("easymesh_config write", function()
   it("with mesh not exactly 1 writes only Enable false and reads no other field", function()
     for _, off in ipairs({ "0", "2", "", "-1" }) do
       h.sim.clear_journal()
@@ -36,7 +36,7 @@ describe("easymesh_config write", function()
     assert.are.equal(-7, v:set("easymesh_config", { easymeshEnbl = "0" }))
   end)
 
-  it("writes Enable and the band flags, then the texts of each band that is on; every field is needed", function()
+  it("writes Enable and the band flags, then the texts of each band that is on, each within its field", function()
     local all = { { "Enable", true }, { "enable2G", true }, { "enable5G", true }, { "ssid2G", "Mesh-24" },
       { "authMode2G", "WPA2-PSK" }, { "key2G", "key-24" }, { "ssid5G", "Mesh-5" }, { "authMode5G", "SAE" },
       { "key5G", "key-5" } }
@@ -51,8 +51,15 @@ describe("easymesh_config write", function()
     end
     assert.are.same({ "Mesh-24", "SAE" }, { h.model().easymesh.ssid_2g, h.model().easymesh.auth_5g })
     h.sim.clear_journal()
-    assert.matches(h.field_error("nil"), h.set_error("easymesh_config", req { mesh_2G_enbl = "0", mesh_2G_ssid = false }))
-    assert.are.same({ nil, {} }, { sent() })
+    assert.are.equal(0, v:set("easymesh_config", req { mesh_2G_ssid = ("s"):rep(70), mesh_2G_auth = ("a"):rep(20),
+      mesh_2G_passwd = ("k"):rep(79), mesh_5G_rssi = "-6" .. ("0"):rep(20) }))
+    local entries, commands = sent()
+    assert.are.same({ ("s"):rep(63), ("a"):rep(15), ("k"):rep(79) }, { entries[4][2], entries[5][2], entries[6][2] })
+    -- "-60000000000000" (cut at 15) converts as atoi does, to its low 32 bits
+    assert.matches('"optimal_path_rcpi_threshold":1386250460}', commands[1], 1, true)
+    -- without the service both writes answer -4
+    h.edit_model(function(m) m.easymesh = nil end)
+    assert.are.same({ -4, -4 }, { v:set("easymesh_config", req()), v:set("easymesh_config", { easymeshEnbl = "0" }) })
   end)
 
   it("converts each RSSI to RCPI and sends the command of the bands that are not 0", function()
@@ -83,24 +90,9 @@ describe("easymesh_config write", function()
     assert.are.equal(2, #select(2, sent()))
   end)
 
-  it("keeps every text within its field, and answers 1 for one that is not UTF-8", function()
-    assert.are.equal(0, v:set("easymesh_config", req { mesh_2G_ssid = ("s"):rep(70), mesh_2G_auth = ("a"):rep(20),
-      mesh_2G_passwd = ("k"):rep(79), mesh_5G_rssi = "-6" .. ("0"):rep(20) }))
-    local entries, commands = sent()
-    assert.are.same({ ("s"):rep(63), ("a"):rep(15), ("k"):rep(79) }, { entries[4][2], entries[5][2], entries[6][2] })
-    -- "-60000000000000" (cut at 15) converts as atoi does, to its low 32 bits
-    assert.matches('"optimal_path_rcpi_threshold":1386250460}', commands[1], 1, true)
-    h.sim.clear_journal()
-    assert.are.equal(1, v:set("easymesh_config", req { mesh_5G_ssid = "Mesh\255" }))
-    assert.are.same({ nil, {} }, { sent() })
-    h.edit_model(function(m) m.easymesh = nil end)
-    assert.are.same({ -4, -4 }, { v:set("easymesh_config", req()), v:set("easymesh_config", { easymeshEnbl = "0" }) })
-  end)
 end)
 
 describe("easymesh_config read", function()
-  before_each(function() h.reset() end)
-
   local function mesh_fields(t)
     local f = {}
     for _, k in ipairs({ "enblMesh", "enbl1", "ssid1", "key1", "auth1", "enbl2", "ssid2", "key2", "auth2", "rssi1",
@@ -175,31 +167,30 @@ describe("easymesh_config read", function()
 end)
 
 describe("hasMesh", function()
-  before_each(function() h.reset() end)
-
-  -- model edit, answer, properties read
-  for _, c in ipairs({
-    { "no Wi-Fi", function(m) m.device.has_wifi = false end, 1, {} },
-    { "a MAP agent", nil, 1, { "MAPAgent" } },
-    { "a MAP agent that is false", function(m) m.wifi.map_agent = false end, 1, { "MAPAgent" } },
-    { "a MAP agent that is a text", function(m) m.wifi.map_agent = "x" end, 1, { "MAPAgent" } },
-    { "no MAP agent, mesh on", function(m) m.wifi.map_agent = nil end, 1, { "MAPAgent", "Enable" } },
-    { "no MAP agent, mesh off", function(m) m.wifi.map_agent = nil; m.easymesh.enable = false end, 0,
-      { "MAPAgent", "Enable" } },
-    { "no MAP agent, Enable of another type", function(m) m.wifi.map_agent = nil; m.easymesh.enable = 1 end, 0,
-      { "MAPAgent", "Enable" } },
-    { "no MAP agent, no mesh service", function(m) m.wifi.map_agent = nil; m.easymesh = nil end, 0,
-      { "MAPAgent", "Enable" } },
-  }) do
-    it("with " .. c[1] .. " answers " .. c[3], function()
+  it("answers 1 without Wi-Fi or with any MAP agent, else whether the mesh service is on", function()
+    -- model edit, answer, properties read
+    for _, c in ipairs({
+      { "no Wi-Fi", function(m) m.device.has_wifi = false end, 1, {} },
+      { "a MAP agent", nil, 1, { "MAPAgent" } },
+      { "a MAP agent that is false", function(m) m.wifi.map_agent = false end, 1, { "MAPAgent" } },
+      { "a MAP agent that is a text", function(m) m.wifi.map_agent = "x" end, 1, { "MAPAgent" } },
+      { "no MAP agent, mesh on", function(m) m.wifi.map_agent = nil end, 1, { "MAPAgent", "Enable" } },
+      { "no MAP agent, mesh off", function(m) m.wifi.map_agent = nil; m.easymesh.enable = false end, 0,
+        { "MAPAgent", "Enable" } },
+      { "no MAP agent, Enable of another type", function(m) m.wifi.map_agent = nil; m.easymesh.enable = 1 end, 0,
+        { "MAPAgent", "Enable" } },
+      { "no MAP agent, no mesh service", function(m) m.wifi.map_agent = nil; m.easymesh = nil end, 0,
+        { "MAPAgent", "Enable" } },
+    }) do
+      h.reset()
       if c[2] then h.edit_model(c[2]) end
-      assert.are.equal(c[3], v:get("hasMesh"))
+      assert.are.equal(c[3], v:get("hasMesh"), c[1])
       local read = {}
       for _, r in ipairs(h.calls("ZoVelDBusGetProperty")) do read[#read + 1] = r.property end
-      assert.are.same(c[4], read)
-      assert.are.same(#c[4] == 2 and { "5 Get MAPAgent failed.\n" } or {}, h.log_texts())
-    end)
-  end
+      assert.are.same(c[4], read, c[1])
+      assert.are.same(#c[4] == 2 and { "5 Get MAPAgent failed.\n" } or {}, h.log_texts(), c[1])
+    end
+  end)
 end)
 
 describe("the exported EasyMesh reader called from C", function()

@@ -27,6 +27,8 @@ local function each_row(rows, check)
   end
 end
 
+before_each(function() h.reset() end)
+
 describe("wifiBasic mappings", function()
   it("writes each page mode as its beacon type and, for Open and Shared, basic authentication", function()
     each_row({ { "Open", "None", "OpenSystem" }, { "Shared", "Basic", "Both" }, { "WPA2", "WPA2", "-" },
@@ -46,27 +48,20 @@ describe("wifiBasic mappings", function()
     end)
   end)
 
-  it("classifies a Shared key's length as its WEP level, keeping the old level otherwise", function()
-    -- mode, password, WEP level the record had -> WEP level written
-    each_row({ { "Shared", "abcde", "", "40-bit" }, { "Shared", ("a"):rep(10), "", "40-bit" },
-      { "Shared", ("a"):rep(13), "40-bit", "104-bit" }, { "Shared", ("a"):rep(26), "", "104-bit" },
-      { "Shared", ("a"):rep(8), "40-bit", "40-bit" }, { "Shared", "", "104-bit", "104-bit" },
-      { "WPA2", "abcde", "", "" } }, function(c, row)
-      h.edit_model(function(m) m.wlan[1].wep_level = c[3] end)
+  it("sets a Shared key's WEP level by its length; keeps a known WPA encryption, AES for WPA3, else TKIP and AES", function()
+    -- mode, password, WEP level and WPA encryption the record had -> the two written
+    each_row({ { "Shared", "abcde", "", "", "40-bit", "" }, { "Shared", ("a"):rep(10), "", "", "40-bit", "" },
+      { "Shared", ("a"):rep(13), "40-bit", "", "104-bit", "" }, { "Shared", ("a"):rep(26), "", "", "104-bit", "" },
+      { "Shared", ("a"):rep(8), "40-bit", "", "40-bit", "" }, { "Shared", "", "104-bit", "", "104-bit", "" },
+      { "WPA2", "abcde", "", "TKIPEncryption", "", "TKIPEncryption" }, { "WPA2", "p", "", "", "", "TKIPandAESEncryption" },
+      { "WPA/WPA2", "p", "", "AESEncryption", "", "AESEncryption" },
+      { "WPA", "p", "", "aesencryption", "", "TKIPandAESEncryption" },
+      { "WPA3", "p", "", "TKIPEncryption", "", "AESEncryption" }, { "WPA2/WPA3", "p", "", "", "", "AESEncryption" },
+      { "Open", "p", "", "TKIPEncryption", "", "TKIPEncryption" } }, function(c, row)
+      h.edit_model(function(m) m.wlan[1].wep_level = c[3]; m.wlan[1].wpa_encryption = c[4] end)
       v:set("wifiBasic", basic { wifi_2G_auth = c[1], wifi_2G_passwd = c[2] })
-      assert.are.same({ c[4], c[2] }, { sent()[1].wep_level, sent()[1].passphrase }, row)
-    end)
-  end)
-
-  it("keeps a known WPA encryption, forces AES for WPA3 modes, TKIP and AES otherwise", function()
-    -- mode, WPA encryption modes the record had -> written
-    each_row({ { "WPA2", "TKIPEncryption", "TKIPEncryption" }, { "WPA2", "", "TKIPandAESEncryption" },
-      { "WPA/WPA2", "AESEncryption", "AESEncryption" }, { "WPA", "aesencryption", "TKIPandAESEncryption" },
-      { "WPA3", "TKIPEncryption", "AESEncryption" }, { "WPA2/WPA3", "", "AESEncryption" },
-      { "Open", "TKIPEncryption", "TKIPEncryption" } }, function(c, row)
-      h.edit_model(function(m) m.wlan[1].wpa_encryption = c[2] end)
-      v:set("wifiBasic", basic { wifi_2G_auth = c[1] })
-      assert.are.equal(c[3], sent()[1].wpa_encryption, row)
+      local s = sent()[1]
+      assert.are.same({ c[5], c[6], c[2] }, { s.wep_level, s.wpa_encryption, s.passphrase }, row)
     end)
   end)
 
@@ -97,8 +92,6 @@ describe("wifiBasic mappings", function()
 end)
 
 describe("wifiBasic band procedure", function()
-  before_each(function() h.reset() end)
-
   it("reads each band's fields in order, band by band in list order", function()
     local seen = {}
     local fields = basic { wifi_dualBand = "1", wifi_5G_enbl = "1", wifi_5G_ssid = "Five", wifi_5G_auth = "Open",
@@ -108,6 +101,10 @@ describe("wifiBasic band procedure", function()
       "wifi_2G_strength", "wifi_5G_enbl", "wifi_5G_ssid", "wifi_5G_auth", "wifi_5G_passwd", "wifi_5G_strength" }, seen)
     assert.are.same({ "/com/zom/igd1/Config/WLAN/Devices/1", "/com/zom/igd1/Config/WLAN/Devices/5" },
       { sent()[1].path, sent()[2].path })
+    -- without an input the 2.4 GHz fields are looked up on the key text
+    local ok, no_input = pcall(function() return v:set("wifiBasic") end)
+    assert.is_false(ok)
+    assert.matches(h.field_error("nil", true), h.without_position(no_input))
   end)
 
   it("a band switched off reads nothing else and changes only enable; no dual band leaves 5 GHz alone", function()
@@ -135,22 +132,9 @@ describe("wifiBasic band procedure", function()
     assert.are.same({ string.rep("s", 32), string.rep("p", 63), string.rep("A", 15), bytes, "2.4G-1", "b,g,n,ax", 22 },
       { s.ssid, s.passphrase, s.beacon_type, s.reserved, s.band_label, s.standard, s.high_power_class })
     assert.are.same(bytes, h.model().wlan[1].reserved)
-  end)
-
-  it("a missing field raises when read, before any band is sent", function()
-    local before = h.model()
-    assert.matches(h.field_error("nil"), h.set_error("wifiBasic", basic { wifi_2G_strength = false }))
-    assert.matches(h.field_error("nil"), h.set_error("wifiBasic", basic { wifi_dualBand = "1", wifi_5G_enbl = "1" }))
-    assert.are.same({ 0, before }, { #sent(), h.model() })
-    -- no input: the 2.4 GHz fields are looked up on the key text
-    local ok, no_input = pcall(function() return v:set("wifiBasic") end)
-    assert.is_false(ok)
-    assert.matches(h.field_error("nil", true), h.without_position(no_input))
-  end)
-
-  it("cuts a long SSID at its last whole character", function()
+    -- a cut never splits a character
     assert.are.equal(0, v:set("wifiBasic", basic { wifi_2G_ssid = ("a"):rep(30) .. "中文" }))
-    assert.are.equal(("a"):rep(30), sent()[1].ssid)
+    assert.are.equal(("a"):rep(30), sent()[2].ssid)
   end)
 
   it("returns the last band's result, the listing's failure, or 0 when nothing is sent", function()
@@ -168,26 +152,20 @@ describe("wifiBasic band procedure", function()
     assert.are.equal(0, #sent())
   end)
 
-  it("a write shows in wifiBasic, wifiSsid and gwInfo all", function()
+  it("a write shows in wifiBasic, wifiSsid and gwInfo; switching the network off disconnects its clients", function()
     assert.are.equal(0, v:set("wifiBasic", basic { wifi_2G_ssid = "Renamed", wifi_2G_auth = "Open", wifi_2G_passwd = "" }))
     local r = v:get("wifiBasic")
     assert.are.same({ "Renamed", "Open", "" }, { r.ssid1, r.auth1, r.passwd1 })
     assert.are.same({ "Renamed", "None" }, { v:get("wifiSsid").ssid, v:get("wifiSsid").bType })
-    assert.are.equal("Renamed", v:get("gwInfo", "all").ssid2g)
-  end)
-
-  it("switching a network off disconnects its clients, as allInfo shows", function()
-    assert.are.equal(3, v:get("allInfo").wlcount)
+    assert.are.same({ "Renamed", 3 }, { v:get("gwInfo", "all").ssid2g, v:get("allInfo").wlcount })
     assert.are.equal(0, v:set("wifiBasic", { wifi_dualBand = "0", wifi_2G_enbl = "0" }))
-    local r = v:get("allInfo")
+    r = v:get("allInfo")
     assert.are.same({ 1, "iPad" }, { r.wlcount, r.wifi1.devName })
     assert.are.same({ "", "Velmont-3F10-5G" }, { v:get("gwInfo", "all").ssid2g, v:get("wifiSsid").ssid })
   end)
 end)
 
 describe("wifiBasic read", function()
-  before_each(function() h.reset() end)
-
   it("shows both first SSIDs, the later of a repeated label, and no 5 GHz fields without dual band", function()
     h.edit_model(function(m) m.wlan[4] = { id = 9, band_label = "2.4G-1", ssid = "Later", enable = 0, tx_power = 60 } end)
     assert.are.same({ enbl1 = false, ssid1 = "Later", powerLevel1 = 1, wallPower1 = false, auth1 = "Open", passwd1 = "",
@@ -216,8 +194,6 @@ describe("wifiBasic read", function()
 end)
 
 describe("wifiSsid", function()
-  before_each(function() h.reset() end)
-
   it("chooses an enabled 2.4 GHz network, else an enabled 5 GHz one, else the 2.4 GHz one", function()
     -- 2.4 GHz enabled (nil: no such record), 5 GHz enabled -> SSID chosen, also without dual band
     each_row({ { 1, 1, "Velmont-3F10" }, { 0, 1, "Velmont-3F10-5G" }, { 0, 0, "Velmont-3F10" },
@@ -231,7 +207,10 @@ describe("wifiSsid", function()
     end)
   end)
 
-  it("a gateway without Wi-Fi or without the two SSIDs still reports product class and LAN address", function()
+  it("shows the beacon type unmapped within 15 characters; without Wi-Fi or the two SSIDs, no SSID", function()
+    h.edit_model(function(m) m.wlan[1].beacon_type = "WPA2/WPA3-Transition" end)
+    assert.are.equal("WPA2/WPA3-Trans", v:get("wifiSsid").bType)
+    -- product class and LAN address still reported
     h.edit_model(function(m) m.device.has_wifi = false; m.device.product_class = string.rep("P", 30) end)
     assert.are.same({ hasWiFi = 0, ssid = "", bType = "", productCls = string.rep("P", 23), lanIp = "192.168.1.1" },
       v:get("wifiSsid"))
@@ -241,31 +220,22 @@ describe("wifiSsid", function()
     h.sim.answer_property("/com/zom/igd1/Info/Network", "com.zom.igd1.NetworkInfo", "LANIPAddr", false)
     assert.are.same({ hasWiFi = 1, ssid = "", bType = "", productCls = "", lanIp = "" }, v:get("wifiSsid"))
   end)
-
-  it("shows the beacon type unmapped, at most 15 characters", function()
-    h.edit_model(function(m) m.wlan[1].beacon_type = "WPA2/WPA3-Transition" end)
-    assert.are.equal("WPA2/WPA3-Trans", v:get("wifiSsid").bType)
-  end)
 end)
 
 describe("wifiAdv", function()
-  before_each(function() h.reset() end)
-
   local function timer(fields)
     h.edit_model(function(m) for k, x in pairs(fields) do m.wifi.timer[k] = x end end)
   end
   local function written() return h.calls("ZoVelSetWiFiTimer") end
 
-  it("pads short stored times as hour and minute and shows longer ones as stored", function()
+  it("pads short stored times, shows longer ones as stored, the local time, and a cleared record if unreadable", function()
     each_row({ { "8:5", "08:05" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
       { "7", "07:00" }, { "23:59:5", "23:59:5" } }, function(c, row)
       timer { start_time = c[1], end_time = c[1], enable = 3 }
       local r = v:get("wifiAdv")
       assert.are.same({ 3, c[2], c[2] }, { r.timerEnbl, r.startTime, r.endTime }, row)
     end)
-  end)
-
-  it("shows the local time, and a cleared record when the timer cannot be read", function()
+    -- the local time
     h.sim.pin_clock(1709967902)
     assert.are.equal(os.date("%Y-%m-%d %H:%M:%S", 1709967902), v:get("wifiAdv").sysTime)
     -- a five-digit year is shown whole; a clock beyond any date shows no time
@@ -278,24 +248,22 @@ describe("wifiAdv", function()
     assert.are.same({ 0, "00:00", "00:00" }, { r.timerEnbl, r.startTime, r.endTime })
   end)
 
-  it("off and staying off: nothing written, times not read", function()
+  it("off reads no times: staying off writes nothing, switching off keeps the stored times and recomputes the mask", function()
     local seen = {}
     assert.are.equal(0, v:set("wifiAdv", watched({ wifi_timing = "0" }, seen)))
     assert.are.same({ { "wifi_timing" }, 0 }, { seen, #written() })
-  end)
-
-  it("switching off keeps the stored times and the platform's part, and recomputes the mask", function()
     local part = { ["0"] = ("5a"):rep(256) }
     timer { enable = 1, ssid_mask = 2, reserved = part, repeat_mode = "WEEK" }
-    local seen = {}
+    seen = {}
     assert.are.equal(0, v:set("wifiAdv", watched({ wifi_timing = "0" }, seen)))
     assert.are.same({ "wifi_timing" }, seen)
+    -- the platform's part goes back as it was
     assert.are.same({ { op = "ZoVelSetWiFiTimer", start_time = "23:00", end_time = "07:00", repeat_mode = "DAY",
       enable = 0, ssid_mask = 17, reserved = part } }, written())
     assert.are.same(part, h.model().wifi.timer.reserved)
   end)
 
-  it("switching on reads the times, cut at 7 characters, and stores the page's value", function()
+  it("switching on reads the times, cut at 7 characters, and stores the page's value; failures return their code", function()
     assert.are.equal(0, v:set("wifiAdv", { wifi_timing = "2", start_time = "8:5", end_time = "06:30:00" }))
     local w = written()[1]
     assert.are.same({ 2, "8:5", "06:30:0", "DAY" }, { w.enable, w.start_time, w.end_time, w.repeat_mode })
@@ -303,6 +271,13 @@ describe("wifiAdv", function()
       v:get("wifiAdv").endTime })
     assert.matches(h.field_error("nil"), h.set_error("wifiAdv", { wifi_timing = "1", start_time = "1:00" }))
     assert.are.equal(1, #written())
+    -- a failed timer read writes nothing; a failed write leaves the timer as it was
+    h.sim.fail("ZoVelGetWiFiTimer", -9, 1)
+    assert.are.equal(-9, v:set("wifiAdv", { wifi_timing = "0" }))
+    assert.are.equal(1, #written())
+    h.sim.fail("ZoVelSetWiFiTimer", -4)
+    assert.are.equal(-4, v:set("wifiAdv", { wifi_timing = "0" }))
+    assert.are.equal(2, h.model().wifi.timer.enable)
   end)
 
   it("switches the main SSIDs by their instance numbers, the 5 GHz one only with dual band", function()
@@ -317,14 +292,5 @@ describe("wifiAdv", function()
         assert.are.equal(0, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }), row)
         assert.are.equal(c[4], written()[1].ssid_mask, row)
       end)
-  end)
-
-  it("a failed timer read returns its code, writing nothing; a failed write returns its code", function()
-    h.sim.fail("ZoVelGetWiFiTimer", -9, 1)
-    assert.are.equal(-9, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }))
-    assert.are.equal(0, #written())
-    h.sim.fail("ZoVelSetWiFiTimer", -4)
-    assert.are.equal(-4, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }))
-    assert.are.equal(0, h.model().wifi.timer.enable)
   end)
 end)

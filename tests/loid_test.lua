@@ -183,6 +183,9 @@ describe("LOID", function()
     -- a failed check still marks when its status variable holds a refusal; no running time, no mark
     h.sim.fail("ZoVelSysCmdCheckLOID", -1)
     assert.are.equal('checkLoidStatus({"result":-1,"msg":"failed"})', v:get("regProcess"))
+    -- a check that succeeds without writing leaves the status it started from
+    h.sim.fail("ZoVelSysCmdCheckLOID", 0)
+    assert.are.equal('checkLoidStatus({"result":201,"msg":""})', v:get("regProcess"))
     h.sim.clear_faults()
     h.edit_model(function(m) m.loid.status = 407 end)
     h.sim.fail("ZoVelDBusGetProperty", -1)

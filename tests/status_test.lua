@@ -53,6 +53,9 @@ describe("hostsInfo", function()
     assert.are.same({ false, "192.168.1.5" }, { r.dev1.restrict, r.curip })
     h.write_file("/tmp/curhostip", "")
     assert.are.equal("", v:get("hostsInfo", "0").curip)
+    -- a first line longer than the 47 characters read
+    h.write_file("/tmp/curhostip", ("fe80::1"):rep(10))
+    assert.are.equal(("fe80::1"):rep(10):sub(1, 47), v:get("hostsInfo", "0").curip)
   end)
 
   it("with nothing passing the filter, or a failed list, gives count 0, no curip, and leaves the rate file", function()

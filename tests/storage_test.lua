@@ -342,8 +342,10 @@ describe("storage", function()
       assert.are.same(none, v:get("copyMove", "", "a/"))
       assert.are.same({ setRes = false }, v:get("copyMove", "copy|/mnt/usb1/docs|/tmp|a.txt", "a.txt/"))
       assert.are.same({}, h.calls("ZoVel_NAS_Copy"))
-      -- an operation over 15 characters ends the split: no destination
+      -- an operation over 15 characters ends the split: no destination; 15 are a move
       assert.are.same({ setRes = false }, v:get("copyMove", "copycopycopycopy|/mnt/usb1|/mnt/usb10|x", "x/"))
+      assert.is_true(v:get("copyMove", "copycopycopycop|/mnt/usb1/docs|/mnt/usb10|x", "b.txt/").setRes)
+      assert.are.equal(1, #h.calls("ZoVel_NAS_Move"))
       sim.clear_logs()
       local long = string.rep("n", 300)
       v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb10|" .. long, "a.txt/")

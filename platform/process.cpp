@@ -7,7 +7,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +27,43 @@ constexpr size_t kProgramRoom = 512;  // a tool's path, not a page's text
 // Without a pidfd (kernels before 5.3) the end of a child that leaves its output
 // open is noticed by waitpid between polls of the pipe at most this far apart.
 constexpr int kReapIntervalMs = 50;
+
+// Where a command PATH does not have is looked for, in this order. OpenWrt keeps uci
+// in /sbin, and a web server may run with no PATH at all or one without /sbin, where
+// posix_spawnp would try only /bin and /usr/bin.
+constexpr const char* kProgramFolders[] = {"/sbin", "/usr/sbin", "/bin", "/usr/bin"};
+
+// True when the file at path is an executable file.
+bool executable(const char* path) {
+  struct stat st;
+  return stat(path, &st) == 0 && S_ISREG(st.st_mode) && access(path, X_OK) == 0;
+}
+
+// The path of the program to start: as given when it names a path, else the first
+// executable file of that name in PATH's folders (an empty entry, the working
+// directory, is not searched) and then in the gateway's program folders.
+bool locate(const char* program, char* out, size_t cap) {
+  if (strchr(program, '/') != nullptr) {
+    int n = snprintf(out, cap, "%s", program);
+    return n >= 0 && static_cast<size_t>(n) < cap;
+  }
+  if (*program == '\0') return false;
+  const char* path = getenv("PATH");
+  while (path != nullptr && *path != '\0') {
+    const char* end = strchr(path, ':');
+    int length = static_cast<int>(end != nullptr ? static_cast<size_t>(end - path) : strlen(path));
+    int n = snprintf(out, cap, "%.*s/%s", length, path, program);
+    if (length > 0 && n >= 0 && static_cast<size_t>(n) < cap && executable(out)) return true;
+    path = end != nullptr ? end + 1 : nullptr;
+  }
+  for (const char* dir : kProgramFolders) {
+    if (!command_directory(dir, out, cap)) continue;
+    size_t used = strlen(out);
+    int n = snprintf(out + used, cap - used, "/%s", program);
+    if (n >= 0 && static_cast<size_t>(n) < cap - used && executable(out)) return true;
+  }
+  return false;
+}
 
 // The spawn set-up: stdin and stderr on /dev/null, stdout on the pipe, a process
 // group of its own (so a time-out kills what it started too), and the signal mask
@@ -46,8 +86,12 @@ bool prepare(posix_spawn_file_actions_t* actions, posix_spawnattr_t* attr, int o
 // Starts the command with its output on a pipe; the read end (non-blocking) is
 // returned and kept in the scope, and the child is kept too. -1 when it cannot start.
 int start(const char* const argv[], pid_t* pid) {
+  char name[kProgramRoom];
   char program[kProgramRoom];
-  if (argv == nullptr || argv[0] == nullptr || !command_program(argv[0], program, sizeof program)) return -1;
+  if (argv == nullptr || argv[0] == nullptr || !command_program(argv[0], name, sizeof name) ||
+      !locate(name, program, sizeof program)) {
+    return -1;
+  }
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) return -1;
   call_scope::keep_descriptor(fds[0]);
@@ -65,8 +109,8 @@ int start(const char* const argv[], pid_t* pid) {
   if (posix_spawn_file_actions_init(&actions) == 0) {
     if (posix_spawnattr_init(&attr) == 0) {
       if (prepare(&actions, &attr, fds[1])) {
-        rc = posix_spawnp(pid, program, &actions, &attr, const_cast<char* const*>(argv),
-                          command_environment());
+        rc =
+            posix_spawn(pid, program, &actions, &attr, const_cast<char* const*>(argv), command_environment());
       }
       posix_spawnattr_destroy(&attr);
     }

@@ -28,8 +28,13 @@ bool gateway_file_path(const char* path, char* out, size_t cap);
 ssize_t write_file_bytes(int fd, const void* data, size_t length);
 
 // The program that runs the command called name ("uci"): a path, or name itself to
-// be searched on PATH. False when it does not fit into cap characters.
+// be searched on PATH and then in the gateway's program folders. False when it does
+// not fit into cap characters.
 bool command_program(const char* name, char* out, size_t cap);
+
+// Where the gateway's program folder dir ("/sbin") is in this build. False when it
+// does not fit into cap characters.
+bool command_directory(const char* dir, char* out, size_t cap);
 
 // The environment commands run with.
 char* const* command_environment();

@@ -1,5 +1,5 @@
-// Gateway build: the documented paths, the system clocks, the programs on PATH and
-// the cloud client at the gateway's own LAN address.
+// Gateway build: the documented paths, the system clocks, the programs on PATH or in
+// the system's program folders, and the cloud client at the gateway's own LAN address.
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
@@ -35,6 +35,8 @@ bool gateway_file_path(const char* path, char* out, size_t cap) { return copy_wh
 ssize_t write_file_bytes(int fd, const void* data, size_t length) { return write(fd, data, length); }
 
 bool command_program(const char* name, char* out, size_t cap) { return copy_whole(name, out, cap); }
+
+bool command_directory(const char* dir, char* out, size_t cap) { return copy_whole(dir, out, cap); }
 
 char* const* command_environment() { return environ; }
 

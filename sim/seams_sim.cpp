@@ -44,6 +44,12 @@ bool command_program(const char* name, char* out, size_t cap) {
   return n >= 0 && static_cast<size_t>(n) < cap;
 }
 
+// The gateway's program folders lie below the file root, as its files do.
+bool command_directory(const char* dir, char* out, size_t cap) {
+  int n = snprintf(out, cap, "%s%s", velconfig_sim_file_root(), dir);
+  return n >= 0 && static_cast<size_t>(n) < cap;
+}
+
 char* const* command_environment() { return velconfig_sim_command_environment(); }
 
 bool cloud_client_host(const char*, char* out, size_t cap) {

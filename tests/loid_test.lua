@@ -109,6 +109,47 @@ describe("LOID", function()
     assert.matches("option lastregtime '0'", h.read_file("/etc/config/luci"), 1, true)
   end)
 
+  it("finds uci in the gateway's /sbin when the web server has no PATH or one without it", function()
+    -- The server's own process, started with an empty environment: the file root's
+    -- /sbin holds the project's uci, its /bin one that fails, and no tools folder helps.
+    local server = os.tmpname()
+    local f = assert(io.open(server, "w"))
+    f:write([[
+local cpath, root, tools = ...
+package.cpath = cpath
+local sim, cjson = require "velconfig_simctl", require "cjson"
+sim.set_root(root)
+sim.set_tools_dir(tools)
+sim.use_state_file("")
+sim.reset()
+sim.pin_clock(1700000000)
+local m = cjson.decode(sim.default_model())
+m.device.uptime, m.loid.status = 700, 409
+sim.load_model(cjson.encode(m))
+local v = require "velconfig"
+v:get("regProcess")
+sim.advance_clock(30)
+io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
+]])
+    f:close()
+    local keep = {}
+    for _, name in ipairs({ "LD_PRELOAD", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS" }) do
+      if os.getenv(name) then keep[#keep + 1] = h.quote(name .. "=" .. os.getenv(name)) end
+    end
+    for _, path in ipairs({ "", "PATH=/usr/bin:/bin" }) do
+      h.fresh_root()
+      h.write_file("/bin/uci", "#!/bin/sh\nexit 1\n")
+      os.execute("chmod +x " .. h.quote(h.file("/bin/uci")) .. " && mkdir -p " .. h.quote(h.file("/sbin")) ..
+        " && ln -s " .. h.quote(project_tools .. "/uci") .. " " .. h.quote(h.file("/sbin/uci")))
+      local status, out, err = h.shell(table.concat({ "env -i", table.concat(keep, " "), path,
+        h.quote(os.getenv("VELCONFIG_LUA")), h.quote(server), h.quote(package.cpath), h.quote(h.root),
+        h.quote(tools .. "/none") }, " "))
+      assert.are.same({ 0, "150", "" }, { status, out, err })
+      assert.matches("option lastregtime '700'", h.read_file("/etc/config/luci"), 1, true)
+    end
+    os.remove(server)
+  end)
+
   it("setloid stores the LOID when uci is missing, prints nothing, fails or hangs", function()
     for _, script in ipairs({ false, "#!/bin/sh\nexit 0\n", "#!/bin/sh\necho 1000 >&2\nexit 1\n",
       "#!/bin/sh\nexec sleep 30\n" }) do

@@ -21,7 +21,7 @@ export CMAKE_C_COMPILER_LAUNCHER ?= $(CCACHE)
 export CMAKE_CXX_COMPILER_LAUNCHER ?= $(CCACHE)
 endif
 
-.PHONY: install deb package install-test lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test tsan-test test-luajit gateway-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: install deb package install-test lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test tsan-test test-luajit gateway-check real-libubox real-uci-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -130,6 +130,17 @@ test-luajit: setup
 # Builds the module for the gateway against a separately built libcapi3.so.
 gateway-check: setup
 	tools/gateway-check.sh
+
+# OpenWrt's libubox and uci built from the pinned snapshots in ../shared/deps into
+# build-deps/prefix (never into the system); real-libubox prints that prefix. Both
+# skip with a notice when the snapshots are missing, and fail with CI=true.
+real-libubox:
+	@tools/deps/build-libubox.sh
+
+# The module's uci paths with OpenWrt's uci in place of the project's (with an empty
+# environment too), and the project's uci compared with it command by command.
+real-uci-check: build
+	BUILD=$(BUILD) tools/deps/real-uci-check.sh
 
 # The 64-bit ARM build (cmake/aarch64-linux-gnu.cmake): cross-builds the module, the
 # simulator and the gateway-mode link check, then runs the suite with an arm64 Lua 5.1

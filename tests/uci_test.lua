@@ -1,6 +1,6 @@
--- The project's `uci` for the PC (tools/uci, first on the suite's PATH): get, set,
--- commit and show on the files under $VELCONFIG_ROOT/etc/config, answering as the
--- gateway's uci does.
+-- The project's `uci` for the PC (tools/uci, first on the suite's PATH) on the files
+-- under $VELCONFIG_ROOT/etc/config, answering and writing as the gateway's uci does
+-- (each answer below is OpenWrt's; tests/real_uci compares the two at random).
 local h = require "helpers"
 
 -- Runs uci on the test's file root; returns status, stdout, stderr.
@@ -40,13 +40,14 @@ describe("uci", function()
   local reads = {
     { "luci.main.lang", "auto\n" },
     { "luci.main.mediaurlbase", "/luci-static/\"boot\"\n" },
-    { "luci.main.ubuspath", "/ubus/ /x y/\n" },
+    { "luci.main.ubuspath", "/ubus/ '/x y/'\n" },
     { "luci.ccache", "internal\n" },
     { "luci.ccache.enable", "1\n" },
     { "luci.@extern[0].name", "first\n" },
     { "luci.@extern[1].name", "second\n" },
     { "luci.@extern[-1].name", "second\n" },
     { "luci.@core[0]", "core\n" },
+    { "luci.@[2]", "extern\n" },
   }
   for _, c in ipairs(reads) do
     it("get " .. c[1], function()
@@ -60,16 +61,19 @@ describe("uci", function()
     { { "get", "luci.nosection.x" }, 1, "uci: Entry not found\n" },
     { { "get", "luci.@extern[2].name" }, 1, "uci: Entry not found\n" },
     { { "get", "noconfig.a.b" }, 1, "uci: Entry not found\n" },
-    { { "set", "luci.nosection.x=1" }, 1, "uci: Entry not found\n" },
+    { { "set", "luci.nosection.x=1" }, 1, "uci: Invalid argument\n" },
     { { "get", "luci.bad-name.x" }, 1, "uci: Invalid argument\n" },
-    { { "get", "luci.main.x.y" }, 1, "uci: Invalid argument\n" },
+    { { "get", "luci.main.x.y" }, 1, "uci: Parse error\n" },
     { { "get", "luci.@extern[x].name" }, 1, "uci: Invalid argument\n" },
-    { { "get", "../luci.main" }, 1, "uci: Invalid argument\n" },
+    { { "get", "../luci.main" }, 1, "uci: Parse error\n" },
     { { "set", "luci.main.lang" }, 1, "uci: Invalid argument\n" },
-    { { "set", "luci.main.la ng=1" }, 1, "uci: Invalid argument\n" },
-    { { "commit", "lu/ci" }, 1, "uci: Invalid argument\n" },
-    { { "set", "luci.main.lang=two\nlines" }, 1, "uci: Invalid argument\n" },
+    { { "set", "luci.main=bad type" }, 1, "uci: Invalid argument\n" },
+    { { "set", "luci.main.lang=ctl\1" }, 1, "uci: Parse error\n" },
     { { "commit", "noconfig" }, 1, "uci: Entry not found\n" },
+    { { "add", "noconfig", "x" }, 3, "uci: Entry not found\n" },
+    { { "delete", "luci" }, 1, "uci: Invalid argument\n" },
+    { { "rename", "luci.main" }, 1, "uci: Invalid argument\n" },
+    { { "rename", "luci.none=x" }, 1, "uci: Entry not found\n" },
     { { "-q", "get", "luci.main.none" }, 1, "" },
   }
   for _, c in ipairs(failures) do
@@ -88,7 +92,7 @@ describe("uci", function()
     assert.are.equal(0, uci("set", "other.s.o=1"))
     assert.are.equal(0, uci("set", "luci.main.lang=en"))
     assert.are.same({ 0, "", "" }, { uci("commit") })
-    assert.are.equal("config a 's'\n\toption o '1'\n", config("other"))
+    assert.are.equal("\nconfig a 's'\n\toption o '1'\n\n", config("other"))
     assert.truthy(config("luci"):find("\toption lang 'en'\n", 1, true))
     -- a reader that opened the old file still reads all of the old one; the mode is
     -- kept, and no temporary file is left
@@ -107,24 +111,29 @@ describe("uci", function()
                     { uci("get", "broken.a.x") })
   end)
 
-  it("stages a set across runs, and commit writes only what changed", function()
+  it("stages changes across runs, and commit writes the whole file as uci does", function()
     assert.are.equal(0, uci("set", "luci.ccache.lastregtime=123"))
     assert.are.equal(0, uci("set", "luci.main.lang=en"))
     assert.are.equal(0, uci("set", "luci.@extern[-1].name=it's \"quoted\" $HOME"))
     assert.are.equal(0, uci("set", "luci.fresh=thing"))
     assert.are.equal(0, uci("set", "luci.fresh.opt=v"))
     assert.are.equal(0, uci("set", "luci.main.ubuspath="))
-    -- staged: the file is untouched, get already answers with the change
+    assert.are.equal(0, uci("set", "luci.main.lang=en")) -- no change, nothing staged
+    -- staged under the anonymous section's made name: the file is untouched, and get
+    -- already answers with the changes
+    assert.are.equal(table.concat({ "luci.ccache.lastregtime='123'", "luci.main.lang='en'",
+      "luci.cfg04e17b.name='it'\\''s \"quoted\" $HOME'", "luci.fresh='thing'", "luci.fresh.opt='v'",
+      "-luci.main.ubuspath", "" }, "\n"), h.read_file("/tmp/.uci/luci"))
     assert.are.equal(LUCI, config("luci"))
     assert.are.same({ 0, "123\n", "" }, { uci("get", "luci.ccache.lastregtime") })
     assert.are.same({ 1, "", "uci: Entry not found\n" }, { uci("get", "luci.main.ubuspath") })
 
     assert.are.equal(0, uci("commit", "luci"))
     assert.are.equal(table.concat({
-      "# LuCI settings: keep this comment",
+      "",
       "config core 'main'",
       "\toption lang 'en'",
-      "\toption mediaurlbase \"/luci-static/\\\"boot\\\"\"",
+      "\toption mediaurlbase '/luci-static/\"boot\"'",
       "",
       "config internal 'ccache'",
       "\toption enable '1'",
@@ -132,16 +141,37 @@ describe("uci", function()
       "",
       "config extern",
       "\toption name 'first'",
+      "",
       "config extern",
       "\toption name 'it'\\''s \"quoted\" $HOME'",
       "",
       "config thing 'fresh'",
       "\toption opt 'v'",
       "",
+      "",
     }, "\n"), config("luci"))
     assert.are.equal("", h.read_file("/tmp/.uci/luci"))
     assert.are.same({ 0, "it's \"quoted\" $HOME\n", "" }, { uci("get", "luci.@extern[1].name") })
-    assert.are.same({ 0, "thing\n", "" }, { uci("get", "luci.fresh") })
+  end)
+
+  it("adds, renames, deletes and reverts, naming anonymous sections as uci does", function()
+    assert.are.same({ 0, "cfg05e17b\n", "" }, { uci("add", "luci", "extern") })
+    assert.are.equal(0, uci("rename", "luci.@extern[0]=one"))
+    assert.are.equal(0, uci("rename", "luci.one.name=title"))
+    assert.are.equal(0, uci("delete", "luci.@extern[-1]"))
+    assert.are.same({ 0, "luci.cfg05e17b='extern'\nluci.cfg03e17b='one'\nluci.one.name='title'\n-luci.cfg05e17b\n", "" },
+      { uci("changes", "luci") })
+    assert.are.same({ 0, "luci.one=extern\nluci.one.title='first'\n", "" }, { uci("show", "luci.one") })
+    assert.are.same({ 0, "luci.cfg04e17b=extern\nluci.cfg04e17b.name='second'\n", "" },
+      { uci("show", "luci.@extern[1]") })
+    -- revert takes a section's changes (or an option's) out, leaving the others
+    assert.are.equal(0, uci("revert", "luci.cfg05e17b"))
+    assert.are.equal("@luci.cfg03e17b='one'\n@luci.one.name='title'\n", h.read_file("/tmp/.uci/luci"))
+    assert.are.equal(0, uci("revert", "luci"))
+    assert.are.equal("", h.read_file("/tmp/.uci/luci"))
+    local status, out = uci("export", "luci.ccache")
+    local head, tail = "package luci\n\nconfig core 'main'\n\toption lang 'auto'\n", "\nconfig extern\n\toption name 'second'\n\n"
+    assert.are.same({ 0, head, tail }, { status, out:sub(1, #head), out:sub(-#tail) })
   end)
 
   it("shows a configuration with anonymous sections by type and index", function()

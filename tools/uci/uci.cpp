@@ -1,13 +1,17 @@
-// `uci` for the PC: get, set, commit and show on the configuration files under
-// $VELCONFIG_ROOT/etc/config, answering and failing as OpenWrt's uci does, so the
-// module runs the same commands on a PC as on the gateway. Changes made with set
-// are staged in $VELCONFIG_ROOT/tmp/.uci/<config> until a commit writes them.
-#include <dirent.h>
+// `uci` for the PC: get, set, add, delete, rename, revert, commit, changes, show and
+// export on the configuration files under $VELCONFIG_ROOT/etc/config, answering,
+// failing and writing as OpenWrt's uci does, so the module runs the same commands on
+// a PC as on the gateway (tests/real_uci compares the two command by command).
+// Changes are staged in $VELCONFIG_ROOT/tmp/.uci/<config> in uci's own format until a
+// commit writes them.
 #include <errno.h>
 #include <fcntl.h>
+#include <glob.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <strings.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,22 +25,39 @@
 
 namespace {
 
-// uci's exit statuses: 1 for a failed command, 255 for a usage error.
 constexpr int kFailed = 1;
 constexpr int kUsage = 255;
 
+// uci's error codes ("uci add" exits with them) and their messages.
+enum Error { kInvalid = 2, kNotFound = 3, kIo = 4, kParse = 5 };
+
+const char* message(int code) {
+  switch (code) {
+    case kInvalid: return "Invalid argument";
+    case kNotFound: return "Entry not found";
+    case kIo: return "I/O error";
+    case kParse: return "Parse error";
+    default: return "Unknown error";
+  }
+}
+
 bool quiet = false;
 
-// Failures travel as the message uci prints ("Entry not found", ...).
 struct Failure {
-  std::string message;
+  int code;
+  std::string detail;  // what a parse error adds: " (reason) at line N"
 };
 
-[[noreturn]] void fail(std::string message) { throw Failure{std::move(message)}; }
+[[noreturn]] void fail(int code, std::string detail = "") { throw Failure{code, std::move(detail)}; }
+
+void report(const Failure& f) {
+  if (!quiet) fprintf(stderr, "uci: %s%s\n", message(f.code), f.detail.c_str());
+}
 
 struct Paths {
   std::string config_dir;
   std::string save_dir;
+  bool no_commit = false;
 };
 
 Paths default_paths() {
@@ -46,70 +67,255 @@ Paths default_paths() {
   return Paths{root + "/etc/config", root + "/tmp/.uci"};
 }
 
-// "config", "config.section" or "config.section.option", a section given by name
-// or as @type[n]; value is what follows the first '='.
-struct Address {
-  std::string config;
-  std::string section;  // empty when absent
-  std::string type;     // for @type[n]
-  long index = 0;
-  bool by_type = false;
-  std::string option;
-  bool has_value = false;
-  std::string value;
-};
+// The kinds of staged change, marked as uci marks them at the start of the line.
+enum Command { kAdd, kRemove, kChange, kRename, kReorder, kListAdd, kListDel };
 
-bool parse_index(std::string_view text, long* out) {
-  if (text.empty() || text.size() > 9) return false;
-  size_t i = text[0] == '-' ? 1 : 0;
-  if (i == text.size()) return false;
-  long n = 0;
-  for (; i < text.size(); ++i) {
-    if (text[i] < '0' || text[i] > '9') return false;
-    n = n * 10 + (text[i] - '0');
+Command command_of(char c) {
+  switch (c) {
+    case '+': return kAdd;
+    case '-': return kRemove;
+    case '@': return kRename;
+    case '^': return kReorder;
+    case '|': return kListAdd;
+    case '~': return kListDel;
+    default: return kChange;
   }
-  *out = text[0] == '-' ? -n : n;
-  return true;
 }
 
-Address parse_address(std::string_view text) {
-  Address a;
+const char* mark_of(Command c) {
+  switch (c) {
+    case kAdd: return "+";
+    case kRemove: return "-";
+    case kRename: return "@";
+    case kReorder: return "^";
+    case kListAdd: return "|";
+    case kListDel: return "~";
+    default: return "";
+  }
+}
+
+// "config[.section[.option]][=value]" as uci takes it apart, and what it names once
+// looked up. A section that is not a plain name is "extended" (@type[n]).
+struct Ptr {
+  std::string package;
+  std::string section;
+  std::string option;
+  std::string value;
+  bool has_section = false;
+  bool has_option = false;
+  bool has_value = false;
+  bool extended = false;
+  uci::Section* s = nullptr;
+  uci::Option* o = nullptr;
+  bool complete = false;
+};
+
+Ptr parse_ptr(std::string_view text) {
+  Ptr p;
   size_t eq = text.find('=');
   if (eq != std::string_view::npos) {
-    a.has_value = true;
-    a.value = std::string(text.substr(eq + 1));
+    p.has_value = true;
+    p.value = std::string(text.substr(eq + 1));
     text = text.substr(0, eq);
   }
-  std::vector<std::string_view> parts;
+  std::vector<std::string> parts;
   size_t start = 0;
   while (true) {
     size_t dot = text.find('.', start);
-    parts.push_back(text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start));
+    parts.emplace_back(text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start));
     if (dot == std::string_view::npos) break;
     start = dot + 1;
   }
-  if (parts.size() > 3 || !uci::valid_package(parts[0])) fail("Invalid argument");
-  a.config = std::string(parts[0]);
+  if (parts.size() > 3 || !uci::valid_package(parts[0])) fail(kParse);
+  p.package = parts[0];
   if (parts.size() >= 2) {
-    std::string_view s = parts[1];
-    if (!s.empty() && s[0] == '@') {
-      size_t open = s.find('[');
-      if (open == std::string_view::npos || s.back() != ']' || !uci::valid_type(s.substr(1, open - 1)) ||
-          !parse_index(s.substr(open + 1, s.size() - open - 2), &a.index)) {
-        fail("Invalid argument");
-      }
-      a.by_type = true;
-      a.type = std::string(s.substr(1, open - 1));
-    } else if (!uci::valid_name(s)) {
-      fail("Invalid argument");
-    }
-    a.section = std::string(s);
+    p.has_section = true;
+    p.section = parts[1];
+    p.extended = !uci::valid_name(p.section);
   }
   if (parts.size() == 3) {
-    if (!uci::valid_name(parts[2])) fail("Invalid argument");
-    a.option = std::string(parts[2]);
+    if (!uci::valid_name(parts[2])) fail(kParse);
+    p.has_option = true;
+    p.option = parts[2];
   }
-  return a;
+  if (p.has_value && !uci::valid_text(p.value)) fail(kParse);
+  return p;
+}
+
+// "@type[n]" (type may be empty: any type): the section, or null when there is none.
+uci::Section* lookup_extended(uci::Package* package, const std::string& text) {
+  if (text.empty() || text[0] != '@') fail(kInvalid);
+  size_t open = text.find('[');
+  if (open == std::string::npos) fail(kInvalid);
+  size_t close = text.find(']', open);
+  if (close == std::string::npos || close + 1 != text.size()) fail(kInvalid);
+  std::string index = text.substr(open + 1, close - open - 1);
+  char* end = nullptr;
+  long n = strtol(index.c_str(), &end, 10);
+  if (end != nullptr && *end != '\0') fail(kInvalid);
+  std::string type = text.substr(1, open - 1);
+  if (!type.empty() && !uci::valid_type(type)) fail(kInvalid);
+  return package->nth_of_type(type, n);
+}
+
+// Resolves the section and option; a section found as @type[n] takes its name.
+void lookup(uci::Package* package, Ptr* p) {
+  p->s = nullptr;
+  p->o = nullptr;
+  p->complete = false;
+  if (!p->has_section) {
+    p->complete = true;
+    return;
+  }
+  p->s = p->extended ? lookup_extended(package, p->section) : package->find(p->section);
+  if (p->s == nullptr) return;
+  p->section = p->s->name;
+  if (p->has_option) {
+    p->o = p->s->find(p->option);
+    if (p->o == nullptr) return;
+  }
+  p->complete = true;
+}
+
+std::string change_line(Command c, const std::string& config, const Ptr& p, bool with_value) {
+  std::string line = std::string(mark_of(c)) + config + "." + p.section;
+  if (p.has_option) line += "." + p.option;
+  if (with_value) line += "=" + uci::quote(p.value);
+  return line;
+}
+
+// The changes a command makes: each applied to the package and noted for staging.
+struct Changes {
+  std::vector<std::string> lines;
+  bool record;
+};
+
+void remove_element(uci::Package* package, Ptr* p) {
+  if (p->o != nullptr) {
+    p->s->options.erase(p->s->options.begin() + (p->o - p->s->options.data()));
+    p->o = nullptr;
+  } else {
+    package->sections.erase(package->sections.begin() + (p->s - package->sections.data()));
+    p->s = nullptr;
+  }
+}
+
+void op_delete(uci::Package* package, const std::string& config, Ptr* p, Changes* changes) {
+  if (!p->complete) fail(kNotFound);
+  if (p->s == nullptr) fail(kInvalid);
+  if (p->o != nullptr && p->o->is_list && p->has_value && !p->value.empty()) {
+    // one item of a list, by its index
+    int index = 0;
+    if (sscanf(p->value.c_str(), "%d", &index) != 1) return;
+    if (index >= 0 && static_cast<size_t>(index) < p->o->values.size()) {
+      if (changes->record) changes->lines.push_back(change_line(kRemove, config, *p, true));
+      p->o->values.erase(p->o->values.begin() + index);
+      if (p->o->values.empty()) remove_element(package, p);
+    }
+    return;
+  }
+  if (changes->record) changes->lines.push_back(change_line(kRemove, config, *p, false));
+  remove_element(package, p);
+}
+
+void op_set(uci::Package* package, const std::string& config, Ptr* p, Changes* changes) {
+  if (!p->has_value) fail(kInvalid);
+  if (p->s == nullptr && !(p->has_section && !p->has_option)) fail(kInvalid);
+  if (!p->has_option && !p->value.empty() && !uci::valid_type(p->value)) fail(kInvalid);
+  if (p->value.empty()) {
+    // setting what does not exist to nothing is no change
+    if (!p->complete) return;
+    op_delete(package, config, p, changes);
+    return;
+  }
+  if (p->has_option) {
+    if (p->o != nullptr && !p->o->is_list && p->o->values[0] == p->value) return;
+    uci::Package::set_option(p->s, p->option, p->value);
+  } else if (p->s == nullptr) {
+    p->s = package->add_section(p->value, p->section);
+  } else {
+    if (p->s->type == p->value) return;
+    // uci makes the section anew under its name when the type's length changes, and
+    // the section is no longer anonymous then
+    if (p->s->type.size() != p->value.size()) p->s->anonymous = false;
+    p->s->type = p->value;
+  }
+  if (changes->record) changes->lines.push_back(change_line(kChange, config, *p, true));
+}
+
+void op_rename(const std::string& config, Ptr* p, Changes* changes) {
+  if (!p->complete) fail(kNotFound);
+  if (p->s == nullptr || !p->has_value) fail(kInvalid);
+  if (changes->record) changes->lines.push_back(change_line(kRename, config, *p, true));
+  if (p->o != nullptr) {
+    p->o->name = p->value;
+  } else {
+    p->s->name = p->value;
+    p->s->anonymous = false;
+  }
+}
+
+// A staged line taken apart as uci does; false for a line it would not take.
+bool parse_change(const std::string& line, Command* command, Ptr* p) {
+  std::vector<std::string> words;
+  std::string reason;
+  if (!uci::split_words(line, &words, &reason) || words.size() != 1) return false;
+  std::string_view arg = words[0];
+  *command = arg.empty() ? kChange : command_of(arg[0]);
+  if (*command != kChange) arg.remove_prefix(1);
+  try {
+    *p = parse_ptr(arg);
+  } catch (const Failure&) {
+    return false;
+  }
+  if (!p->has_section || p->extended) return false;
+  if (*command != kRemove && !p->has_value) return false;
+  if (*command == kReorder && p->has_option) return false;
+  if (*command == kRename && !uci::valid_name(p->value)) return false;
+  if ((*command == kListAdd || *command == kListDel) && !p->has_option) return false;
+  return true;
+}
+
+// Applies one staged line; false when it does not apply (uci skips such lines).
+bool apply_change(uci::Package* package, const std::string& config, const std::string& line) {
+  Command command;
+  Ptr p;
+  if (!parse_change(line, &command, &p) || p.package != config) return false;
+  Changes none{{}, false};
+  try {
+    lookup(package, &p);
+    switch (command) {
+      case kReorder: {
+        if (p.s == nullptr) return false;
+        size_t to = std::min(static_cast<size_t>(strtoul(p.value.c_str(), nullptr, 10)), package->sections.size() - 1);
+        uci::Section moved = std::move(*p.s);
+        package->sections.erase(package->sections.begin() + (p.s - package->sections.data()));
+        package->sections.insert(package->sections.begin() + static_cast<long>(to), std::move(moved));
+        break;
+      }
+      case kRename: op_rename(config, &p, &none); break;
+      case kRemove: op_delete(package, config, &p, &none); break;
+      case kListAdd:
+        if (p.s == nullptr) return false;
+        uci::Package::add_list_item(p.s, p.option, p.value);
+        break;
+      case kListDel:
+        if (p.o != nullptr && p.o->is_list) {
+          auto& v = p.o->values;
+          v.erase(std::remove(v.begin(), v.end(), p.value), v.end());
+          if (v.empty()) remove_element(package, &p);
+        }
+        break;
+      case kAdd:
+        op_set(package, config, &p, &none);
+        if (!p.has_option && p.s != nullptr) p.s->anonymous = true;
+        break;
+      case kChange: op_set(package, config, &p, &none); break;
+    }
+  } catch (const Failure&) {
+    return false;
+  }
+  return true;
 }
 
 bool read_file(const std::string& path, std::string* text) {
@@ -134,26 +340,23 @@ bool write_all(int fd, std::string_view data) {
   return true;
 }
 
-// The staged changes of one configuration, open and locked for the life of the
-// object: set appends to it, commit empties it, get reads it.
-class Delta {
+// The staged changes of one configuration, locked for the life of the object: a
+// command that changes something appends to it, commit empties it, revert rewrites it.
+class Staged {
  public:
-  Delta(const Paths& paths, const std::string& config, bool create) {
-    std::string path = paths.save_dir + "/" + config;
-    if (create) {
-      make_dirs(paths.save_dir);
-      fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    } else {
-      fd_ = open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
-      if (fd_ < 0 && errno == ENOENT) return;
-    }
-    if (fd_ < 0 || flock(fd_, LOCK_EX) != 0) fail("I/O error");
+  // Opens and locks the staged changes when there are any.
+  Staged(const Paths& paths, const std::string& config) : path_(paths.save_dir + "/" + config) {
+    fd_ = open(path_.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+    if (fd_ < 0 && errno == ENOENT) return;
+    if (fd_ < 0 || flock(fd_, LOCK_EX) != 0) fail(kIo);
   }
-  ~Delta() {
+  ~Staged() {
     if (fd_ >= 0) close(fd_);
   }
-  Delta(const Delta&) = delete;
-  Delta& operator=(const Delta&) = delete;
+  Staged(const Staged&) = delete;
+  Staged& operator=(const Staged&) = delete;
+
+  bool exists() const { return fd_ >= 0; }
 
   std::vector<std::string> lines() const {
     std::vector<std::string> out;
@@ -175,250 +378,282 @@ class Delta {
     }
     return out;
   }
-  void append(const std::string& line) {
-    if (!write_all(fd_, line + "\n")) fail("I/O error");
+  // Adds changes, making the file (and the folders above it, where uci would fail)
+  // for the first ones.
+  void append(const std::vector<std::string>& lines) {
+    if (fd_ < 0) {
+      make_dirs(path_.substr(0, path_.rfind('/')));
+      fd_ = open(path_.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+      if (fd_ < 0 || flock(fd_, LOCK_EX) != 0) fail(kIo);
+    }
+    std::string text;
+    for (const std::string& l : lines) text += l + "\n";
+    if (!write_all(fd_, text)) fail(kIo);
   }
   void clear() {
-    if (fd_ >= 0 && ftruncate(fd_, 0) != 0) fail("I/O error");
+    if (fd_ >= 0 && ftruncate(fd_, 0) != 0) fail(kIo);
   }
 
  private:
   static void make_dirs(const std::string& dir) {
     for (size_t slash = dir.find('/', 1);; slash = dir.find('/', slash + 1)) {
       std::string part = dir.substr(0, slash);
-      if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) fail("I/O error");
+      if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) fail(kIo);
       if (slash == std::string::npos) break;
     }
   }
 
+  std::string path_;
   int fd_ = -1;
 };
 
-uci::Section* find_section(uci::Config* config, const Address& a) {
-  return a.by_type ? config->nth_of_type(a.type, a.index) : config->find(a.section);
-}
-
-// Applies one staged or requested change; the address must name a section.
-void apply(uci::Config* config, const Address& a, bool remove) {
-  uci::Section* s = find_section(config, a);
-  if (a.option.empty()) {
-    if (remove || a.value.empty() || !uci::valid_type(a.value)) fail("Invalid argument");
-    if (s != nullptr) {
-      if (s->type != a.value) s->type_changed = true;
-      s->type = a.value;
-      return;
-    }
-    if (a.by_type) fail("Entry not found");
-    uci::Section fresh;
-    fresh.type = a.value;
-    fresh.name = a.section;
-    config->sections.push_back(std::move(fresh));
-    return;
-  }
-  if (s == nullptr) fail("Entry not found");
-  uci::Option* o = s->find(a.option);
-  // An empty value deletes the option, as uci's set does.
-  if (remove || a.value.empty()) {
-    if (o != nullptr) o->deleted = true;
-    return;
-  }
-  if (o == nullptr) {
-    s->options.emplace_back();
-    o = &s->options.back();
-    o->name = a.option;
-  }
-  o->is_list = false;
-  o->values.assign(1, a.value);
-  o->changed = true;
-}
-
-// A staged line: "config.section.option='value'", "config.section='type'" or
-// "-config.section.option".
-void apply_staged(uci::Config* config, const std::string& line) {
-  bool remove = !line.empty() && line[0] == '-';
-  std::string_view text = line;
-  if (remove) text.remove_prefix(1);
-  size_t eq = text.find('=');
-  Address a = parse_address(text.substr(0, eq));
-  if (eq != std::string_view::npos) {
-    std::vector<std::string> words;
-    std::string reason;
-    if (!uci::split_words(text.substr(eq + 1), &words, &reason) || words.size() != 1) fail("Parse error");
-    a.has_value = true;
-    a.value = words[0];
-  }
-  apply(config, a, remove);
-}
-
-// The file with the staged changes applied.
-uci::Config load(const Paths& paths, const std::string& name, const Delta& delta) {
+// The file as uci reads it; with staged, its changes applied.
+uci::Package load(const Paths& paths, const std::string& name, const Staged* staged, int* applied = nullptr) {
   std::string text;
-  if (!read_file(paths.config_dir + "/" + name, &text)) fail("Entry not found");
-  uci::Config config;
+  if (!read_file(paths.config_dir + "/" + name, &text)) fail(kNotFound);
+  uci::Package package;
   uci::ParseError error;
-  if (!uci::parse_config(text, &config, &error)) {
-    fail("Parse error (" + error.reason + ") at line " + std::to_string(error.line));
+  if (!uci::parse_config(text, &package, &error)) {
+    fail(kParse, " (" + error.reason + ") at line " + std::to_string(error.line));
   }
-  for (const std::string& line : delta.lines()) apply_staged(&config, line);
-  return config;
+  int count = 0;
+  if (staged != nullptr) {
+    for (const std::string& line : staged->lines()) count += apply_change(&package, name, line) ? 1 : 0;
+  }
+  if (applied != nullptr) *applied = count;
+  return package;
 }
 
-std::string section_label(const uci::Config& config, const uci::Section& s) {
-  if (!s.name.empty()) return s.name;
-  return "@" + s.type + "[" + std::to_string(config.index_in_type(&s)) + "]";
-}
-
-std::string joined(const uci::Option& o, bool quoted) {
-  std::string out;
-  for (const std::string& v : o.values) {
-    if (!out.empty()) out += ' ';
-    out += quoted ? uci::quote(v) : v;
+// Configurations in the folder, in name order: files whose name uci can address.
+std::vector<std::string> list_configs(const Paths& paths) {
+  glob_t found;
+  std::string pattern = paths.config_dir + "/*";
+  if (glob(pattern.c_str(), GLOB_MARK, nullptr, &found) != 0) fail(kNotFound);
+  std::vector<std::string> names;
+  for (size_t i = 0; i < found.gl_pathc; ++i) {
+    std::string path = found.gl_pathv[i];
+    std::string name = path.substr(path.rfind('/') + 1);
+    if (!name.empty() && name.find('.') == std::string::npos && uci::valid_package(name)) names.push_back(name);
   }
-  return out;
-}
-
-int command_get(const Paths& paths, const std::string& arg) {
-  Address a = parse_address(arg);
-  if (a.has_value) return kFailed;
-  Delta delta(paths, a.config, false);
-  uci::Config config = load(paths, a.config, delta);
-  if (a.section.empty()) return 0;
-  uci::Section* s = find_section(&config, a);
-  if (s == nullptr) fail("Entry not found");
-  if (a.option.empty()) {
-    printf("%s\n", s->type.c_str());
-    return 0;
-  }
-  uci::Option* o = s->find(a.option);
-  if (o == nullptr) fail("Entry not found");
-  printf("%s\n", joined(*o, false).c_str());
-  return 0;
-}
-
-int command_set(const Paths& paths, const std::string& arg) {
-  Address a = parse_address(arg);
-  // A line feed would split the staged line; the files hold a value on one line.
-  if (!a.has_value || a.section.empty() || a.value.find('\n') != std::string::npos) fail("Invalid argument");
-  if (access((paths.config_dir + "/" + a.config).c_str(), F_OK) != 0) fail("Entry not found");
-  Delta delta(paths, a.config, true);
-  uci::Config config = load(paths, a.config, delta);
-  // Staged with the section as it is found now, so a negative index stays put.
-  std::string section = a.section;
-  if (a.by_type) {
-    uci::Section* s = find_section(&config, a);
-    if (s == nullptr) fail("Entry not found");
-    section = "@" + a.type + "[" + std::to_string(config.index_in_type(s)) + "]";
-  }
-  apply(&config, a, false);
-  std::string target = a.config + "." + section + (a.option.empty() ? "" : "." + a.option);
-  if (!a.option.empty() && a.value.empty()) {
-    delta.append("-" + target);
-  } else {
-    delta.append(target + "=" + uci::quote(a.value));
-  }
-  return 0;
+  globfree(&found);
+  return names;
 }
 
 // Writes the configuration next to the old file and renames it over, so a reader
 // sees the old file or the new one whole; the file keeps its mode.
-void replace_file(const std::string& path, const std::string& text) {
+void replace_file(const Paths& paths, const std::string& name, const std::string& text) {
+  std::string path = paths.config_dir + "/" + name;
+  char real[PATH_MAX];
+  if (realpath(path.c_str(), real) == nullptr) fail(kIo);
   struct stat st;
-  mode_t mode = stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0644;
-  std::string dir = path.substr(0, path.rfind('/'));
-  std::string temp = dir + "/.uci-" + path.substr(path.rfind('/') + 1) + "-XXXXXX";
-  std::vector<char> name(temp.begin(), temp.end());
-  name.push_back('\0');
-  int fd = mkstemp(name.data());
-  if (fd < 0) fail("I/O error");
-  bool ok = fchmod(fd, mode) == 0 && write_all(fd, text) && fsync(fd) == 0;
-  ok = (close(fd) == 0) && ok && rename(name.data(), path.c_str()) == 0;
+  if (stat(real, &st) != 0) fail(kIo);
+  std::string temp = paths.config_dir + "/." + name + ".uci-XXXXXX";
+  std::vector<char> temp_name(temp.begin(), temp.end());
+  temp_name.push_back('\0');
+  int fd = mkstemp(temp_name.data());
+  if (fd < 0) fail(kIo);
+  bool ok = fchmod(fd, st.st_mode & 07777) == 0 && write_all(fd, text) && fsync(fd) == 0;
+  ok = (close(fd) == 0) && ok && rename(temp_name.data(), real) == 0;
   if (!ok) {
-    unlink(name.data());
-    fail("I/O error");
+    unlink(temp_name.data());
+    fail(kIo);
   }
 }
 
-// Named on the command line, a configuration must exist even with nothing staged.
-void commit_one(const Paths& paths, const std::string& name, bool named) {
-  Delta delta(paths, name, false);
-  if (delta.lines().empty()) {
-    if (named && access((paths.config_dir + "/" + name).c_str(), F_OK) != 0) fail("Entry not found");
-    return;
-  }
-  uci::Config config = load(paths, name, delta);
-  replace_file(paths.config_dir + "/" + name, uci::render_config(config));
-  delta.clear();
+// Writes the staged changes into the file. Nothing is written, and nothing unstaged,
+// when none of them applies.
+void commit(const Paths& paths, const std::string& name) {
+  if (paths.no_commit) return;
+  Staged staged(paths, name);
+  if (!staged.exists()) return;
+  int applied = 0;
+  uci::Package package = load(paths, name, &staged, &applied);
+  if (applied == 0) return;
+  replace_file(paths, name, uci::export_package(package, name, false));
+  staged.clear();
 }
 
-int command_commit(const Paths& paths, const char* arg) {
-  if (arg != nullptr) {
-    if (!uci::valid_package(arg)) fail("Invalid argument");
-    commit_one(paths, arg, true);
-    return 0;
-  }
-  DIR* dir = opendir(paths.save_dir.c_str());
-  if (dir == nullptr) return 0;
-  std::vector<std::string> names;
-  while (dirent* e = readdir(dir)) {
-    if (uci::valid_package(e->d_name)) names.push_back(e->d_name);
-  }
-  closedir(dir);
-  for (const std::string& name : names) commit_one(paths, name, false);
-  return 0;
-}
-
-void show_config(const Paths& paths, const std::string& name, const Address* only) {
-  Delta delta(paths, name, false);
-  uci::Config config = load(paths, name, delta);
-  uci::Section* wanted = nullptr;
-  if (only != nullptr && !only->section.empty()) {
-    wanted = find_section(&config, *only);
-    if (wanted == nullptr) fail("Entry not found");
-    if (!only->option.empty() && wanted->find(only->option) == nullptr) fail("Entry not found");
-  }
-  for (uci::Section& s : config.sections) {
-    if (wanted != nullptr && &s != wanted) continue;
-    std::string prefix = name + "." + section_label(config, s);
-    if (only == nullptr || only->option.empty()) printf("%s=%s\n", prefix.c_str(), s.type.c_str());
-    for (const uci::Option& o : s.options) {
-      if (o.deleted || (only != nullptr && !only->option.empty() && o.name != only->option)) continue;
-      printf("%s.%s=%s\n", prefix.c_str(), o.name.c_str(), joined(o, true).c_str());
+// Drops the staged changes of a section (or of one of its options, or all of them
+// when section is empty); the others are written back as uci writes them. A line
+// uci cannot take leaves the whole file as it was.
+void revert(Staged* staged, const std::string& name, const Ptr& p) {
+  if (!staged->exists()) return;
+  std::vector<std::string> kept;
+  for (const std::string& line : staged->lines()) {
+    Command command;
+    Ptr change;
+    if (!parse_change(line, &command, &change)) return;
+    bool match = !p.has_section || change.section == p.section;
+    if (match && p.has_option) match = change.has_option && change.option == p.option;
+    if (!match) {
+      change.package = name;
+      kept.push_back(change_line(command, name, change, !(command == kRemove && !change.has_value)));
     }
   }
+  staged->clear();
+  if (!kept.empty()) staged->append(kept);
 }
 
-int command_show(const Paths& paths, const char* arg) {
-  if (arg != nullptr) {
-    Address a = parse_address(arg);
-    if (a.has_value) fail("Invalid argument");
-    show_config(paths, a.config, &a);
+// A value as get shows it (items with blanks quoted) or as show does (all quoted).
+std::string shown_value(const uci::Option& o, bool quoted) {
+  if (!o.is_list) return quoted ? uci::quote(o.values[0]) : o.values[0];
+  std::string out;
+  for (const std::string& v : o.values) {
+    if (!out.empty()) out += ' ';
+    out += quoted || v.find_first_of(" \t\r\n") != std::string::npos ? uci::quote(v) : v;
+  }
+  return out;
+}
+
+void show_section(const std::string& config, const uci::Section& s, const std::string& label) {
+  printf("%s.%s=%s\n", config.c_str(), label.c_str(), s.type.c_str());
+  for (const uci::Option& o : s.options) {
+    printf("%s.%s.%s=%s\n", config.c_str(), label.c_str(), o.name.c_str(), shown_value(o, true).c_str());
+  }
+}
+
+void show_changes(const std::string& name, const Staged& staged) {
+  for (const std::string& line : staged.lines()) {
+    Command command;
+    Ptr p;
+    if (!parse_change(line, &command, &p) || p.package != name) continue;
+    std::string out = (command == kRemove ? "-" : "") + name + "." + p.section;
+    if (p.has_option) out += "." + p.option;
+    if (command != kRemove) {
+      out += command == kListAdd ? "+=" : command == kListDel ? "-=" : "=";
+      out += uci::quote(p.value);
+    }
+    printf("%s\n", out.c_str());
+  }
+}
+
+enum class Cmd { kGet, kSet, kDelete, kRename, kRevert, kShow, kExport, kCommit, kChanges };
+
+// show, export, commit and changes on one configuration (what follows its name in
+// the argument is looked up, but the whole configuration is taken).
+int package_command(const Paths& paths, Cmd cmd, const std::string& arg) {
+  try {
+    Ptr p = parse_ptr(arg);
+    if (cmd == Cmd::kCommit) {
+      {
+        Staged staged(paths, p.package);
+        uci::Package package = load(paths, p.package, &staged);
+        lookup(&package, &p);
+      }
+      commit(paths, p.package);
+      return 0;
+    }
+    Staged staged(paths, p.package);
+    uci::Package package = load(paths, p.package, &staged);
+    lookup(&package, &p);
+    if (cmd == Cmd::kExport) {
+      fputs(uci::export_package(package, p.package, true).c_str(), stdout);
+    } else if (cmd == Cmd::kChanges) {
+      show_changes(p.package, staged);
+    } else if (!p.complete) {
+      fail(kNotFound);
+    } else if (p.o != nullptr) {
+      printf("%s.%s.%s=%s\n", p.package.c_str(), p.s->name.c_str(), p.o->name.c_str(),
+             shown_value(*p.o, true).c_str());
+    } else if (p.s != nullptr) {
+      show_section(p.package, *p.s, p.s->name);
+    } else {
+      for (const uci::Section& s : package.sections) {
+        std::string label = s.anonymous ? "@" + s.type + "[" + std::to_string(package.index_in_type(&s)) + "]" : s.name;
+        show_section(p.package, s, label);
+      }
+    }
     return 0;
+  } catch (const Failure& f) {
+    report(f);
+    return kFailed;
   }
-  DIR* dir = opendir(paths.config_dir.c_str());
-  if (dir == nullptr) return 0;
-  std::vector<std::string> names;
-  while (dirent* e = readdir(dir)) {
-    if (uci::valid_package(e->d_name)) names.push_back(e->d_name);
-  }
-  closedir(dir);
-  std::sort(names.begin(), names.end());
-  for (const std::string& name : names) show_config(paths, name, nullptr);
-  return 0;
 }
 
-int usage() {
+// get, set, delete, rename and revert on one address.
+int section_command(const Paths& paths, Cmd cmd, const std::string& arg) {
+  try {
+    Ptr p = parse_ptr(arg);
+    bool changes_something = cmd == Cmd::kSet || cmd == Cmd::kDelete || cmd == Cmd::kRename;
+    Staged staged(paths, p.package);
+    uci::Package package = load(paths, p.package, &staged);
+    lookup(&package, &p);
+    if (p.has_value && !changes_something) return kFailed;
+    Changes changes{{}, true};
+    switch (cmd) {
+      case Cmd::kGet:
+        if (!p.complete) fail(kNotFound);
+        if (p.o != nullptr) {
+          printf("%s\n", shown_value(*p.o, false).c_str());
+        } else if (p.s != nullptr) {
+          printf("%s\n", p.s->type.c_str());
+        }
+        return 0;
+      case Cmd::kRevert:
+        revert(&staged, p.package, p);
+        return 0;
+      case Cmd::kSet: op_set(&package, p.package, &p, &changes); break;
+      case Cmd::kRename: op_rename(p.package, &p, &changes); break;
+      case Cmd::kDelete: {
+        int index = 0;
+        if (p.has_value && sscanf(p.value.c_str(), "%d", &index) != 1) return kFailed;
+        op_delete(&package, p.package, &p, &changes);
+        break;
+      }
+      default: break;
+    }
+    if (!changes.lines.empty()) staged.append(changes.lines);
+    return 0;
+  } catch (const Failure& f) {
+    report(f);
+    return kFailed;
+  }
+}
+
+// "add <config> <type>": a new anonymous section; prints its name. Exits with uci's
+// error code when it fails.
+int add_command(const Paths& paths, const std::string& config, const std::string& type) {
+  try {
+    if (!uci::valid_package(config)) fail(kInvalid);
+    Staged staged(paths, config);
+    uci::Package package = load(paths, config, &staged);
+    uci::Section* s = package.add_section(type, "");
+    Ptr p;
+    p.section = s->name;
+    p.value = type;
+    staged.append({change_line(kAdd, config, p, true)});
+    printf("%s\n", s->name.c_str());
+    return 0;
+  } catch (const Failure& f) {
+    report(f);
+    return f.code;
+  }
+}
+
+void usage() {
   fprintf(stderr,
           "Usage: uci [<options>] <command> [<arguments>]\n\n"
           "Commands:\n"
+          "\texport     [<config>]\n"
+          "\tchanges    [<config>]\n"
           "\tcommit     [<config>]\n"
+          "\tadd        <config> <section-type>\n"
           "\tshow       [<config>[.<section>[.<option>]]]\n"
           "\tget        <config>.<section>[.<option>]\n"
-          "\tset        <config>.<section>[.<option>]=<value>\n\n"
+          "\tset        <config>.<section>[.<option>]=<value>\n"
+          "\tdelete     <config>[.<section>[[.<option>][=<id>]]]\n"
+          "\trename     <config>.<section>[.<option>]=<name>\n"
+          "\trevert     <config>[.<section>[.<option>]]\n\n"
           "Options:\n"
           "\t-c <path>  set the search path for config files (default: $VELCONFIG_ROOT/etc/config)\n"
-          "\t-P <path>  set the path for staged changes (default: $VELCONFIG_ROOT/tmp/.uci)\n"
+          "\t-C <path>  set the search path for config override files (not used here)\n"
+          "\t-P <path>  add a search path for config change files and use as default\n"
+          "\t-t <path>  set save path for config change files (default: $VELCONFIG_ROOT/tmp/.uci)\n"
           "\t-q         quiet mode (don't print error messages)\n");
-  return kUsage;
+}
+
+bool named(const char* word, const char* a, const char* b = nullptr) {
+  return strcasecmp(word, a) == 0 || (b != nullptr && strcasecmp(word, b) == 0);
 }
 
 int run(int argc, char** argv) {
@@ -428,20 +663,67 @@ int run(int argc, char** argv) {
     std::string_view opt = argv[i];
     if (opt == "-q") {
       quiet = true;
-    } else if ((opt == "-c" || opt == "-P") && i + 1 < argc) {
-      (opt == "-c" ? paths.config_dir : paths.save_dir) = argv[++i];
+    } else if ((opt == "-c" || opt == "-t" || opt == "-P" || opt == "-C") && i + 1 < argc) {
+      const char* dir = argv[++i];
+      if (opt == "-c") paths.config_dir = dir;
+      if (opt == "-t" || opt == "-P") paths.save_dir = dir;
+      if (opt == "-P") paths.no_commit = true;
     } else {
-      return usage();
+      usage();
+      return 0;
     }
   }
-  if (i == argc) return usage();
-  std::string_view command = argv[i++];
+  if (i == argc) {
+    usage();
+    return 0;
+  }
+  const char* word = argv[i++];
   int rest = argc - i;
-  if (command == "get" && rest == 1) return command_get(paths, argv[i]);
-  if (command == "set" && rest == 1) return command_set(paths, argv[i]);
-  if (command == "commit" && rest <= 1) return command_commit(paths, rest == 1 ? argv[i] : nullptr);
-  if (command == "show" && rest <= 1) return command_show(paths, rest == 1 ? argv[i] : nullptr);
-  return usage();
+  Cmd cmd;
+  if (named(word, "add")) {
+    if (rest != 2) {
+      usage();
+      return kUsage;
+    }
+    return add_command(paths, argv[i], argv[i + 1]);
+  }
+  if (named(word, "show") || named(word, "export") || named(word, "commit") || named(word, "changes")) {
+    cmd = named(word, "show") ? Cmd::kShow : named(word, "export") ? Cmd::kExport
+                                            : named(word, "commit") ? Cmd::kCommit : Cmd::kChanges;
+    if (rest > 1) {
+      usage();
+      return kUsage;
+    }
+    if (rest == 1) return package_command(paths, cmd, argv[i]);
+    std::vector<std::string> names;
+    try {
+      names = list_configs(paths);
+    } catch (const Failure& f) {
+      report(f);
+      return kFailed;
+    }
+    for (const std::string& name : names) package_command(paths, cmd, name);
+    return 0;
+  }
+  if (named(word, "get")) {
+    cmd = Cmd::kGet;
+  } else if (named(word, "set")) {
+    cmd = Cmd::kSet;
+  } else if (named(word, "delete", "del")) {
+    cmd = Cmd::kDelete;
+  } else if (named(word, "rename", "ren")) {
+    cmd = Cmd::kRename;
+  } else if (named(word, "revert")) {
+    cmd = Cmd::kRevert;
+  } else {
+    usage();
+    return kUsage;
+  }
+  if (rest != 1) {
+    usage();
+    return kUsage;
+  }
+  return section_command(paths, cmd, argv[i]);
 }
 
 }  // namespace
@@ -449,10 +731,6 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return run(argc, argv);
-  } catch (const Failure& f) {
-    (void)fflush(stdout);  // best effort: the exit status already reports the failure
-    if (!quiet) fprintf(stderr, "uci: %s\n", f.message.c_str());
-    return kFailed;
   } catch (const std::exception& e) {
     if (!quiet) fprintf(stderr, "uci: %s\n", e.what());
     return kFailed;

@@ -1,7 +1,7 @@
-// Reading and rewriting uci configuration files (see uci_parse.h).
+// Reading and writing uci configuration files (see uci_parse.h).
 #include "tools/uci/uci_parse.h"
 
-#include <algorithm>
+#include <stdio.h>
 
 namespace uci {
 namespace {
@@ -9,30 +9,35 @@ namespace {
 bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
 bool is_alnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
 
-bool all_of(std::string_view s, bool dash) {
+// uci's check: a name takes only [A-Za-z0-9_], anything else printable ASCII.
+bool valid_string(std::string_view s, bool name) {
   if (s.empty()) return false;
-  return std::all_of(s.begin(), s.end(),
-                     [dash](char c) { return is_alnum(c) || c == '_' || (dash && c == '-'); });
-}
-
-std::string indent_of(const std::string& line) {
-  size_t n = 0;
-  while (n < line.size() && is_blank(line[n])) ++n;
-  return line.substr(0, n);
-}
-
-std::string option_lines(const Option& o, const std::string& indent) {
-  std::string out;
-  for (size_t i = 0; i < o.values.size(); ++i) {
-    if (i > 0) out += '\n';
-    out += indent + (o.is_list ? "list " : "option ") + o.name + ' ' + quote(o.values[i]);
+  for (char ch : s) {
+    unsigned char c = static_cast<unsigned char>(ch);
+    if (is_alnum(ch) || c == '_') continue;
+    if (name || c < 33 || c > 126) return false;
   }
-  return out;
+  return true;
 }
 
-std::string header_line(const Section& s, const std::string& indent) {
-  std::string out = indent + "config " + s.type;
-  if (!s.name.empty()) out += " " + quote(s.name);
+// D. J. Bernstein's hash as uci takes it for anonymous names (over signed chars, as
+// on the PC; the names are printable ASCII, where that makes no difference).
+unsigned int djb_hash(unsigned int hash, const std::string& text) {
+  if (hash == ~0U) hash = 5381;
+  for (char c : text) hash = ((hash << 5) + hash) + static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(c)));
+  return hash & 0x7FFFFFFF;
+}
+
+// The value inside its quotes: a quote becomes '\''.
+std::string quoted_body(std::string_view value) {
+  std::string out;
+  for (char c : value) {
+    if (c == '\'') {
+      out += "'\\''";
+    } else {
+      out += c;
+    }
+  }
   return out;
 }
 
@@ -40,22 +45,22 @@ std::string header_line(const Section& s, const std::string& indent) {
 
 Option* Section::find(std::string_view option) {
   for (Option& o : options) {
-    if (!o.deleted && o.name == option) return &o;
+    if (o.name == option) return &o;
   }
   return nullptr;
 }
 
-Section* Config::find(std::string_view name) {
+Section* Package::find(std::string_view name) {
   for (Section& s : sections) {
-    if (!s.name.empty() && s.name == name) return &s;
+    if (s.name == name) return &s;
   }
   return nullptr;
 }
 
-Section* Config::nth_of_type(std::string_view type, long n) {
+Section* Package::nth_of_type(std::string_view type, long n) {
   std::vector<Section*> of_type;
   for (Section& s : sections) {
-    if (s.type == type) of_type.push_back(&s);
+    if (type.empty() || s.type == type) of_type.push_back(&s);
   }
   long count = static_cast<long>(of_type.size());
   if (n < 0) n += count;
@@ -63,13 +68,56 @@ Section* Config::nth_of_type(std::string_view type, long n) {
   return of_type[static_cast<size_t>(n)];
 }
 
-long Config::index_in_type(const Section* s) const {
+long Package::index_in_type(const Section* s) const {
   long n = 0;
   for (const Section& other : sections) {
     if (&other == s) return n;
     if (other.type == s->type) ++n;
   }
   return -1;
+}
+
+Section* Package::add_section(std::string type, std::string name) {
+  Section s;
+  s.type = std::move(type);
+  s.anonymous = name.empty();
+  ++made;
+  if (s.anonymous) {
+    char made_name[32];
+    snprintf(made_name, sizeof made_name, "cfg%02x%04x", static_cast<unsigned>(made),
+             djb_hash(~0U, s.type) % (1U << 16));
+    s.name = made_name;
+  } else {
+    s.name = std::move(name);
+  }
+  sections.push_back(std::move(s));
+  return &sections.back();
+}
+
+void Package::set_option(Section* s, const std::string& name, const std::string& value) {
+  Option* o = s->find(name);
+  if (value.empty()) {
+    if (o != nullptr) s->options.erase(s->options.begin() + (o - s->options.data()));
+    return;
+  }
+  if (o == nullptr) {
+    s->options.emplace_back();
+    o = &s->options.back();
+    o->name = name;
+  }
+  o->is_list = false;
+  o->values.assign(1, value);
+}
+
+void Package::add_list_item(Section* s, const std::string& name, const std::string& value) {
+  Option* o = s->find(name);
+  if (o == nullptr) {
+    s->options.emplace_back();
+    o = &s->options.back();
+    o->name = name;
+  }
+  o->is_list = true;
+  o->values.push_back(value);
 }
 
 bool split_words(std::string_view line, std::vector<std::string>* words, std::string* reason) {
@@ -114,139 +162,85 @@ bool split_words(std::string_view line, std::vector<std::string>* words, std::st
   }
 }
 
-bool parse_config(std::string_view text, Config* out, ParseError* error) {
-  *out = Config{};
-  out->final_newline = text.empty() || text.back() == '\n';
+bool parse_config(std::string_view text, Package* out, ParseError* error) {
+  *out = Package{};
+  std::vector<std::string> words;
+  Section* current = nullptr;
+  int line = 0;
   size_t start = 0;
   while (start < text.size()) {
     size_t end = text.find('\n', start);
     if (end == std::string_view::npos) end = text.size();
-    out->lines.emplace_back(text.substr(start, end - start));
+    std::string_view content = text.substr(start, end - start);
     start = end + 1;
-  }
-
-  std::vector<std::string> words;
-  size_t current = 0;  // the section that option and list lines belong to
-  for (size_t n = 0; n < out->lines.size(); ++n) {
-    int line = static_cast<int>(n);
+    ++line;
     auto fail = [&](std::string reason) {
-      error->line = line + 1;
+      error->line = line;
       error->reason = std::move(reason);
       return false;
     };
     std::string reason;
-    if (!split_words(out->lines[n], &words, &reason)) return fail(reason);
+    if (!split_words(content, &words, &reason)) return fail(reason);
     if (words.empty()) continue;
     const std::string& keyword = words[0];
     if (keyword == "package") {
       if (words.size() != 2) return fail("invalid package statement");
     } else if (keyword == "config") {
       if (words.size() < 2 || words.size() > 3) return fail("invalid section statement");
-      if (!valid_type(words[1])) return fail("invalid section type");
-      if (words.size() == 3 && !valid_name(words[2])) return fail("invalid section name");
-      Section s;
-      s.type = words[1];
-      s.name = words.size() == 3 ? words[2] : "";
-      s.line = s.last_line = line;
-      // A section named twice is one section, as uci merges them.
-      Section* same = s.name.empty() ? nullptr : out->find(s.name);
+      if (!valid_type(words[1])) return fail("invalid character in type field");
+      if (words.size() == 3 && !words[2].empty() && !valid_name(words[2])) return fail("invalid character in name field");
+      std::string name = words.size() == 3 ? words[2] : "";
+      Section* same = name.empty() ? nullptr : out->find(name);
       if (same != nullptr) {
-        same->type = s.type;
-        same->last_line = line;
-        current = static_cast<size_t>(same - out->sections.data());
+        if (same->type != words[1]) return fail("section of different type overwrites prior section with same name");
+        current = same;
       } else {
-        current = out->sections.size();
-        out->sections.push_back(std::move(s));
+        // the section pointer stays valid: options go into current until the next config
+        current = out->add_section(words[1], name);
       }
     } else if (keyword == "option" || keyword == "list") {
-      if (out->sections.empty()) return fail("option/list command found before the first section");
+      if (current == nullptr) return fail("option/list command found before the first section");
       if (words.size() != 3) return fail("invalid " + keyword + " statement");
-      if (!valid_name(words[1])) return fail("invalid option name");
-      Section& s = out->sections[current];
-      s.last_line = line;
-      bool is_list = keyword == "list";
-      Option* o = s.find(words[1]);
-      if (o != nullptr && is_list && o->is_list) {
-        o->values.push_back(words[2]);
-        o->lines.push_back(line);
+      if (!valid_name(words[1])) return fail("invalid character in name field");
+      if (keyword == "list") {
+        Package::add_list_item(current, words[1], words[2]);
       } else {
-        // A later option or list of the same name replaces the earlier one.
-        if (o != nullptr) o->deleted = true;
-        Option fresh;
-        fresh.name = words[1];
-        fresh.is_list = is_list;
-        fresh.values.push_back(words[2]);
-        fresh.lines.push_back(line);
-        s.options.push_back(std::move(fresh));
+        Package::set_option(current, words[1], words[2]);
       }
     } else {
       return fail("invalid command");
     }
   }
-  // Replaced duplicates keep their lines in the file but are no longer options.
-  for (Section& s : out->sections) {
-    s.options.erase(
-        std::remove_if(s.options.begin(), s.options.end(), [](const Option& o) { return o.deleted; }),
-        s.options.end());
-  }
   return true;
 }
 
-std::string render_config(const Config& config) {
-  size_t count = config.lines.size();
-  std::vector<std::string> text(config.lines.begin(), config.lines.end());
-  std::vector<bool> dropped(count, false);
-  std::vector<std::string> after(count);
-  std::string tail;
-
-  for (const Section& s : config.sections) {
-    if (s.line < 0) {
-      tail += "\n" + header_line(s, "") + "\n";
-      for (const Option& o : s.options) {
-        if (!o.deleted) tail += option_lines(o, "\t") + "\n";
-      }
-      continue;
-    }
-    if (s.type_changed) text[s.line] = header_line(s, indent_of(config.lines[s.line]));
-    for (const Option& o : s.options) {
-      if (!o.deleted && !o.changed) continue;
-      for (int l : o.lines) dropped[l] = true;
-      if (o.deleted) continue;
-      if (o.lines.empty()) {
-        after[s.last_line] += option_lines(o, "\t") + "\n";
-      } else {
-        dropped[o.lines[0]] = false;
-        text[o.lines[0]] = option_lines(o, indent_of(config.lines[o.lines[0]]));
-      }
-    }
-  }
-
+std::string export_package(const Package& p, const std::string& name, bool header) {
   std::string out;
-  for (size_t i = 0; i < count; ++i) {
-    if (!dropped[i]) {
-      out += text[i];
-      if (i + 1 < count || config.final_newline || !after[i].empty()) out += '\n';
-    }
-    out += after[i];
-  }
-  if (!tail.empty() && !out.empty() && out.back() != '\n') out += '\n';
-  return out + tail;
-}
-
-std::string quote(std::string_view value) {
-  std::string out = "'";
-  for (char c : value) {
-    if (c == '\'') {
-      out += "'\\''";
-    } else {
-      out += c;
+  if (header) out += "package " + name + "\n";
+  for (const Section& s : p.sections) {
+    out += "\nconfig " + quoted_body(s.type);
+    if (!s.anonymous) out += " " + quote(s.name);
+    out += "\n";
+    for (const Option& o : s.options) {
+      for (const std::string& v : o.values) {
+        out += std::string(o.is_list ? "\tlist " : "\toption ") + quoted_body(o.name) + " " + quote(v) + "\n";
+      }
     }
   }
-  return out + "'";
+  return out + "\n";
 }
 
-bool valid_package(std::string_view name) { return all_of(name, true); }
-bool valid_name(std::string_view name) { return all_of(name, false); }
-bool valid_type(std::string_view type) { return all_of(type, true); }
+std::string quote(std::string_view value) { return "'" + quoted_body(value) + "'"; }
+
+bool valid_package(std::string_view name) { return valid_string(name, false); }
+bool valid_name(std::string_view name) { return valid_string(name, true); }
+bool valid_type(std::string_view type) { return valid_string(type, false); }
+bool valid_text(std::string_view text) {
+  for (char ch : text) {
+    unsigned char c = static_cast<unsigned char>(ch);
+    if (c < 32 && c != '\t' && c != '\n' && c != '\r') return false;
+  }
+  return true;
+}
 
 }  // namespace uci

@@ -9,3 +9,4 @@ max_line_length = false
 
 -- The suites run under busted, which provides describe/it/assert/spy and friends.
 files["tests/*_test.lua"] = { std = "+busted" }
+files["tests/real_uci/*_test.lua"] = { std = "+busted" }

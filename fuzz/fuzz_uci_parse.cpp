@@ -25,7 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (uci::parse_config(text, &package, &error) && written_bare(package)) {
     std::string written = uci::export_package(package, "p", false);
     uci::Package again;
-    if (!uci::parse_config(written, &again, &error) || uci::export_package(again, "p", false) != written) abort();
+    if (!uci::parse_config(written, &again, &error) || uci::export_package(again, "p", false) != written)
+      abort();
   }
 
   if (!value.empty() && value.find('\n') == std::string::npos && value.find('\0') == std::string::npos) {

@@ -70,6 +70,8 @@ describe("uci", function()
     { { "set", "luci.main=bad type" }, 1, "uci: Invalid argument\n" },
     { { "set", "luci.main.lang=ctl\1" }, 1, "uci: Parse error\n" },
     { { "commit", "noconfig" }, 1, "uci: Entry not found\n" },
+    -- OpenWrt's takes a value over several lines; this one refuses it (docs/cli.md)
+    { { "set", "luci.main.lang=two\nlines" }, 1, "uci: Invalid argument\n" },
     { { "add", "noconfig", "x" }, 3, "uci: Entry not found\n" },
     { { "delete", "luci" }, 1, "uci: Invalid argument\n" },
     { { "rename", "luci.main" }, 1, "uci: Invalid argument\n" },

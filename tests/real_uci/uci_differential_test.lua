@@ -124,7 +124,7 @@ describe("uci against OpenWrt's", function()
       fresh(roots.real)
       fresh(roots.standin)
       local added, done = {}, {}
-      for step = 1, STEPS do
+      for _ = 1, STEPS do
         local words = command(added)
         done[#done + 1] = table.concat(words, " ")
         local real = { run(roots.real, true, words) }

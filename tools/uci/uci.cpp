@@ -33,11 +33,16 @@ enum Error { kInvalid = 2, kNotFound = 3, kIo = 4, kParse = 5 };
 
 const char* message(int code) {
   switch (code) {
-    case kInvalid: return "Invalid argument";
-    case kNotFound: return "Entry not found";
-    case kIo: return "I/O error";
-    case kParse: return "Parse error";
-    default: return "Unknown error";
+    case kInvalid:
+      return "Invalid argument";
+    case kNotFound:
+      return "Entry not found";
+    case kIo:
+      return "I/O error";
+    case kParse:
+      return "Parse error";
+    default:
+      return "Unknown error";
   }
 }
 
@@ -72,25 +77,39 @@ enum Command { kAdd, kRemove, kChange, kRename, kReorder, kListAdd, kListDel };
 
 Command command_of(char c) {
   switch (c) {
-    case '+': return kAdd;
-    case '-': return kRemove;
-    case '@': return kRename;
-    case '^': return kReorder;
-    case '|': return kListAdd;
-    case '~': return kListDel;
-    default: return kChange;
+    case '+':
+      return kAdd;
+    case '-':
+      return kRemove;
+    case '@':
+      return kRename;
+    case '^':
+      return kReorder;
+    case '|':
+      return kListAdd;
+    case '~':
+      return kListDel;
+    default:
+      return kChange;
   }
 }
 
 const char* mark_of(Command c) {
   switch (c) {
-    case kAdd: return "+";
-    case kRemove: return "-";
-    case kRename: return "@";
-    case kReorder: return "^";
-    case kListAdd: return "|";
-    case kListDel: return "~";
-    default: return "";
+    case kAdd:
+      return "+";
+    case kRemove:
+      return "-";
+    case kRename:
+      return "@";
+    case kReorder:
+      return "^";
+    case kListAdd:
+      return "|";
+    case kListDel:
+      return "~";
+    default:
+      return "";
   }
 }
 
@@ -122,7 +141,8 @@ Ptr parse_ptr(std::string_view text) {
   size_t start = 0;
   while (true) {
     size_t dot = text.find('.', start);
-    parts.emplace_back(text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start));
+    parts.emplace_back(
+        text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start));
     if (dot == std::string_view::npos) break;
     start = dot + 1;
   }
@@ -287,14 +307,19 @@ bool apply_change(uci::Package* package, const std::string& config, const std::s
     switch (command) {
       case kReorder: {
         if (p.s == nullptr) return false;
-        size_t to = std::min(static_cast<size_t>(strtoul(p.value.c_str(), nullptr, 10)), package->sections.size() - 1);
+        size_t to = std::min(static_cast<size_t>(strtoul(p.value.c_str(), nullptr, 10)),
+                             package->sections.size() - 1);
         uci::Section moved = std::move(*p.s);
         package->sections.erase(package->sections.begin() + (p.s - package->sections.data()));
         package->sections.insert(package->sections.begin() + static_cast<long>(to), std::move(moved));
         break;
       }
-      case kRename: op_rename(config, &p, &none); break;
-      case kRemove: op_delete(package, config, &p, &none); break;
+      case kRename:
+        op_rename(config, &p, &none);
+        break;
+      case kRemove:
+        op_delete(package, config, &p, &none);
+        break;
       case kListAdd:
         if (p.s == nullptr) return false;
         uci::Package::add_list_item(p.s, p.option, p.value);
@@ -310,7 +335,9 @@ bool apply_change(uci::Package* package, const std::string& config, const std::s
         op_set(package, config, &p, &none);
         if (!p.has_option && p.s != nullptr) p.s->anonymous = true;
         break;
-      case kChange: op_set(package, config, &p, &none); break;
+      case kChange:
+        op_set(package, config, &p, &none);
+        break;
     }
   } catch (const Failure&) {
     return false;
@@ -433,7 +460,8 @@ std::vector<std::string> list_configs(const Paths& paths) {
   for (size_t i = 0; i < found.gl_pathc; ++i) {
     std::string path = found.gl_pathv[i];
     std::string name = path.substr(path.rfind('/') + 1);
-    if (!name.empty() && name.find('.') == std::string::npos && uci::valid_package(name)) names.push_back(name);
+    if (!name.empty() && name.find('.') == std::string::npos && uci::valid_package(name))
+      names.push_back(name);
   }
   globfree(&found);
   return names;
@@ -559,7 +587,8 @@ int package_command(const Paths& paths, Cmd cmd, const std::string& arg) {
       show_section(p.package, *p.s, p.s->name);
     } else {
       for (const uci::Section& s : package.sections) {
-        std::string label = s.anonymous ? "@" + s.type + "[" + std::to_string(package.index_in_type(&s)) + "]" : s.name;
+        std::string label =
+            s.anonymous ? "@" + s.type + "[" + std::to_string(package.index_in_type(&s)) + "]" : s.name;
         show_section(p.package, s, label);
       }
     }
@@ -575,6 +604,8 @@ int section_command(const Paths& paths, Cmd cmd, const std::string& arg) {
   try {
     Ptr p = parse_ptr(arg);
     bool changes_something = cmd == Cmd::kSet || cmd == Cmd::kDelete || cmd == Cmd::kRename;
+    // A line feed would split the staged line, and this uci reads a value on one line.
+    if (changes_something && p.value.find('\n') != std::string::npos) fail(kInvalid);
     Staged staged(paths, p.package);
     uci::Package package = load(paths, p.package, &staged);
     lookup(&package, &p);
@@ -592,15 +623,20 @@ int section_command(const Paths& paths, Cmd cmd, const std::string& arg) {
       case Cmd::kRevert:
         revert(&staged, p.package, p);
         return 0;
-      case Cmd::kSet: op_set(&package, p.package, &p, &changes); break;
-      case Cmd::kRename: op_rename(p.package, &p, &changes); break;
+      case Cmd::kSet:
+        op_set(&package, p.package, &p, &changes);
+        break;
+      case Cmd::kRename:
+        op_rename(p.package, &p, &changes);
+        break;
       case Cmd::kDelete: {
         int index = 0;
         if (p.has_value && sscanf(p.value.c_str(), "%d", &index) != 1) return kFailed;
         op_delete(&package, p.package, &p, &changes);
         break;
       }
-      default: break;
+      default:
+        break;
     }
     if (!changes.lines.empty()) staged.append(changes.lines);
     return 0;
@@ -688,8 +724,10 @@ int run(int argc, char** argv) {
     return add_command(paths, argv[i], argv[i + 1]);
   }
   if (named(word, "show") || named(word, "export") || named(word, "commit") || named(word, "changes")) {
-    cmd = named(word, "show") ? Cmd::kShow : named(word, "export") ? Cmd::kExport
-                                            : named(word, "commit") ? Cmd::kCommit : Cmd::kChanges;
+    cmd = named(word, "show")     ? Cmd::kShow
+          : named(word, "export") ? Cmd::kExport
+          : named(word, "commit") ? Cmd::kCommit
+                                  : Cmd::kChanges;
     if (rest > 1) {
       usage();
       return kUsage;

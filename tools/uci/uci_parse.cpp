@@ -24,7 +24,8 @@ bool valid_string(std::string_view s, bool name) {
 // on the PC; the names are printable ASCII, where that makes no difference).
 unsigned int djb_hash(unsigned int hash, const std::string& text) {
   if (hash == ~0U) hash = 5381;
-  for (char c : text) hash = ((hash << 5) + hash) + static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(c)));
+  for (char c : text)
+    hash = ((hash << 5) + hash) + static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(c)));
   return hash & 0x7FFFFFFF;
 }
 
@@ -188,11 +189,13 @@ bool parse_config(std::string_view text, Package* out, ParseError* error) {
     } else if (keyword == "config") {
       if (words.size() < 2 || words.size() > 3) return fail("invalid section statement");
       if (!valid_type(words[1])) return fail("invalid character in type field");
-      if (words.size() == 3 && !words[2].empty() && !valid_name(words[2])) return fail("invalid character in name field");
+      if (words.size() == 3 && !words[2].empty() && !valid_name(words[2]))
+        return fail("invalid character in name field");
       std::string name = words.size() == 3 ? words[2] : "";
       Section* same = name.empty() ? nullptr : out->find(name);
       if (same != nullptr) {
-        if (same->type != words[1]) return fail("section of different type overwrites prior section with same name");
+        if (same->type != words[1])
+          return fail("section of different type overwrites prior section with same name");
         current = same;
       } else {
         // the section pointer stays valid: options go into current until the next config

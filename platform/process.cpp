@@ -24,6 +24,7 @@ namespace velconfig {
 namespace {
 
 constexpr size_t kProgramRoom = 512;  // a tool's path, not a page's text
+constexpr size_t kNameRoom = 64;      // a tool's name ("uci") to look for
 // Without a pidfd (kernels before 5.3) the end of a child that leaves its output
 // open is noticed by waitpid between polls of the pipe at most this far apart.
 constexpr int kReapIntervalMs = 50;
@@ -39,14 +40,10 @@ bool executable(const char* path) {
   return stat(path, &st) == 0 && S_ISREG(st.st_mode) && access(path, X_OK) == 0;
 }
 
-// The path of the program to start: as given when it names a path, else the first
-// executable file of that name in PATH's folders (an empty entry, the working
-// directory, is not searched) and then in the gateway's program folders.
+// The path of the program called program: the first executable file of that name in
+// PATH's folders (an empty entry, the working directory, is not searched), then in
+// the gateway's program folders.
 bool locate(const char* program, char* out, size_t cap) {
-  if (strchr(program, '/') != nullptr) {
-    int n = snprintf(out, cap, "%s", program);
-    return n >= 0 && static_cast<size_t>(n) < cap;
-  }
   if (*program == '\0') return false;
   const char* path = getenv("PATH");
   while (path != nullptr && *path != '\0') {
@@ -86,11 +83,12 @@ bool prepare(posix_spawn_file_actions_t* actions, posix_spawnattr_t* attr, int o
 // Starts the command with its output on a pipe; the read end (non-blocking) is
 // returned and kept in the scope, and the child is kept too. -1 when it cannot start.
 int start(const char* const argv[], pid_t* pid) {
-  char name[kProgramRoom];
   char program[kProgramRoom];
-  if (argv == nullptr || argv[0] == nullptr || !command_program(argv[0], name, sizeof name) ||
-      !locate(name, program, sizeof program)) {
-    return -1;
+  if (argv == nullptr || argv[0] == nullptr || !command_program(argv[0], program, sizeof program)) return -1;
+  if (strchr(program, '/') == nullptr) {
+    char name[kNameRoom];
+    int n = snprintf(name, sizeof name, "%s", program);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof name || !locate(name, program, sizeof program)) return -1;
   }
   int fds[2];
   if (pipe2(fds, O_CLOEXEC) != 0) return -1;

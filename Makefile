@@ -139,7 +139,7 @@ real-libubox:
 
 # The module's uci paths with OpenWrt's uci in place of the project's (with an empty
 # environment too), and the project's uci compared with it command by command.
-real-uci-check: build
+real-uci-check: setup
 	BUILD=$(BUILD) tools/deps/real-uci-check.sh
 
 # The 64-bit ARM build (cmake/aarch64-linux-gnu.cmake): cross-builds the module, the

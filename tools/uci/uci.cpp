@@ -210,6 +210,16 @@ struct Changes {
   bool record;
 };
 
+// The number a text starts with (after blanks), as uci reads a list item's index:
+// false when it starts with none.
+bool leading_number(const std::string& text, int* out) {
+  char* end = nullptr;
+  long n = strtol(text.c_str(), &end, 10);
+  if (end == text.c_str()) return false;
+  *out = static_cast<int>(n);
+  return true;
+}
+
 void remove_element(uci::Package* package, Ptr* p) {
   if (p->o != nullptr) {
     p->s->options.erase(p->s->options.begin() + (p->o - p->s->options.data()));
@@ -226,7 +236,7 @@ void op_delete(uci::Package* package, const std::string& config, Ptr* p, Changes
   if (p->o != nullptr && p->o->is_list && p->has_value && !p->value.empty()) {
     // one item of a list, by its index
     int index = 0;
-    if (sscanf(p->value.c_str(), "%d", &index) != 1) return;
+    if (!leading_number(p->value, &index)) return;
     if (index >= 0 && static_cast<size_t>(index) < p->o->values.size()) {
       if (changes->record) changes->lines.push_back(change_line(kRemove, config, *p, true));
       p->o->values.erase(p->o->values.begin() + index);
@@ -631,7 +641,7 @@ int section_command(const Paths& paths, Cmd cmd, const std::string& arg) {
         break;
       case Cmd::kDelete: {
         int index = 0;
-        if (p.has_value && sscanf(p.value.c_str(), "%d", &index) != 1) return kFailed;
+        if (p.has_value && !leading_number(p.value, &index)) return kFailed;
         op_delete(&package, p.package, &p, &changes);
         break;
       }

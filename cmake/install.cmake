@@ -70,7 +70,7 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash
                      COMMAND ${VELCONFIG_LUA_FOR_TOOLS} ${CMAKE_CURRENT_SOURCE_DIR}/tools/catalogue/completion.lua
                              ${VELCONFIG_CATALOGUE} > velconfig.bash
-                     DEPENDS ${VELCONFIG_CATALOGUE} tools/catalogue/completion.lua
+                     DEPENDS ${VELCONFIG_CATALOGUE} tools/catalogue/completion.lua tools/velconfig_event.lua
                      COMMENT "Generating the bash completion")
   add_custom_target(velconfig_completion ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions

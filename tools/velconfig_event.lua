@@ -6,7 +6,7 @@ local M = {}
 -- Every event: its name, its command line, the parameter its one positional word
 -- fills, the options it takes, and what it does. The simulator judges the values.
 M.EVENTS = {
-  { name = "join", usage = "join [--band wired|2.4g|5g] [--name NAME] [--mac MAC] [--ip ADDRESS] [--down BITS] [--up BITS] [--type TYPE]",
+  { name = "join", usage = "join [--wired|--2.4g|--5g] [--name NAME] [--mac MAC] [--ip ADDRESS] [--down BITS] [--up BITS] [--type TYPE]",
     options = { band = true, name = true, mac = true, ip = true, down = true, up = true, type = true },
     says = "a device joins (default: on 5 GHz, a new MAC, the first free pool address, 2 Mbit/s down and\n" ..
            "250 kbit/s up); a known MAC that is offline joins again" },

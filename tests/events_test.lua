@@ -205,6 +205,35 @@ describe("scenarios", function()
     assert.are.same({ "CONNECTED", 1, 407 }, { page("allInfo").wanConnect, page("usbDevices").usbCount, loid_status() })
   end)
 
+  it("Ctrl-C stops a scenario at once, with what was done kept and nothing after it", function()
+    local dir = os.tmpname()
+    local q = h.quote
+    -- the inner shell notes its process id, then becomes the tool (same process)
+    local line = h.cli(state, "play", examples .. "family-evening.json")
+    os.execute("(sh -c " .. q("echo $$ > " .. q(dir .. ".pid") .. "; exec env " .. line) .. " > " .. q(dir .. ".out") ..
+      " 2>&1; echo $? > " .. q(dir .. ".rc") .. ") &")
+    local function read(suffix)
+      local f = io.open(dir .. suffix)
+      local text = f and f:read("*a")
+      if f then f:close() end
+      return text
+    end
+    for _ = 1, 100 do
+      if (read(".out") or ""):find("Anna-phone joined", 1, true) then break end
+      os.execute("sleep 0.05")
+    end
+    assert.is_truthy(tonumber(read(".pid")))
+    os.execute("kill -INT " .. tonumber(read(".pid")))
+    for _ = 1, 100 do
+      if read(".rc") and read(".rc") ~= "" then break end
+      os.execute("sleep 0.05")
+    end
+    assert.are.same({ 130, true }, { tonumber(read(".rc")), read(".out"):find("stopped by Ctrl-C after 1 of 6 steps", 1, true) ~= nil })
+    assert.are.same({ { "wireless", "192.168.1.2" }, nil }, { devices()["Anna-phone"], devices()["Dad-laptop"] })
+    for _, suffix in ipairs({ ".pid", ".out", ".rc" }) do os.remove(dir .. suffix) end
+    os.remove(dir)
+  end)
+
   it("refuses a scenario whose steps go back in time or name no event, before doing anything", function()
     local file = os.tmpname()
     local function write_file(path, text)

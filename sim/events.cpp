@@ -154,8 +154,31 @@ std::string new_mac() {
   }
 }
 
+// The band a known device was on: wired, or its SSID's radio.
+const char* band_of_host(json_t* host) {
+  if (int_of(host, "connection") != kWireless) return "wired";
+  for (json_t* w : objects_in("wlan")) {
+    if (int_of(w, "id") == int_of(host, "wlan") && g_str_has_prefix(text_of(w, "band_label"), "2.4G"))
+      return "2.4g";
+  }
+  return "5g";
+}
+
 void join(json_t* params, Outcome* out) {
-  const char* band = param(params, "band") != nullptr ? param(params, "band") : "5g";
+  std::string mac;
+  if (param(params, "mac") != nullptr && !normal_mac(param(params, "mac"), &mac)) {
+    out->refusal = printed("MAC %s: twelve hex digits", param(params, "mac"));
+    return;
+  }
+  json_t* host = mac.empty() ? nullptr : host_with_mac(mac);
+  if (host != nullptr && flag_of(host, "online")) {
+    out->refusal = printed("%s (%s) is already online", text_of(host, "name"), mac_text(mac.c_str()).c_str());
+    return;
+  }
+  // A device that comes back does what it did before, unless told otherwise.
+  const char* band = param(params, "band") != nullptr ? param(params, "band")
+                     : host != nullptr                ? band_of_host(host)
+                                                      : "5g";
   bool wired = strcmp(band, "wired") == 0;
   if (!wired && strcmp(band, "2.4g") != 0 && strcmp(band, "5g") != 0) {
     out->refusal = printed("band %s: wired, 2.4g or 5g", band);
@@ -165,16 +188,6 @@ void join(json_t* params, Outcome* out) {
   if (!wired && network == nullptr) {
     out->refusal = printed("no %s Wi-Fi network is on for the device to join",
                            strcmp(band, "5g") == 0 ? "5 GHz" : "2.4 GHz");
-    return;
-  }
-  std::string mac;
-  if (param(params, "mac") != nullptr && !normal_mac(param(params, "mac"), &mac)) {
-    out->refusal = printed("MAC %s: twelve hex digits", param(params, "mac"));
-    return;
-  }
-  json_t* host = mac.empty() ? nullptr : host_with_mac(mac);
-  if (host != nullptr && flag_of(host, "online")) {
-    out->refusal = printed("%s (%s) is already online", text_of(host, "name"), mac_text(mac.c_str()).c_str());
     return;
   }
   std::string ip;
@@ -202,8 +215,10 @@ void join(json_t* params, Outcome* out) {
     }
   }
   json_int_t down, up;
-  if (!number_param(params, "down", kDefaultDownRate, &down) ||
-      !number_param(params, "up", kDefaultUpRate, &up) || down < 0 || up < 0) {
+  json_int_t usual_down = host != nullptr ? int_of(host, "down_rate") : kDefaultDownRate;
+  json_int_t usual_up = host != nullptr ? int_of(host, "up_rate") : kDefaultUpRate;
+  if (!number_param(params, "down", usual_down, &down) || !number_param(params, "up", usual_up, &up) ||
+      down < 0 || up < 0) {
     out->refusal = "rates are bits per second: whole numbers, 0 or more";
     return;
   }

@@ -82,8 +82,10 @@ describe("events", function()
     end
     assert.are.equal(10, #h.model().hosts)
     event("leave", "Guest-phone")
-    assert.matches("Guest%-phone joined again", event("join", "--mac", "7C-2A-31-4F-00-09"))
+    assert.matches('Guest%-phone joined again %(7C:2A:31:4F:00:09%) on 2.4 GHz Wi%-Fi "Velmont%-3F10" at 192.168.1.150',
+      event("join", "--mac", "7C-2A-31-4F-00-09", "--down", "5000"))
     assert.are.same({ "wireless", "192.168.1.150" }, devices()["Guest-phone"])
+    assert.are.same({ 5000, 250000 }, { h.model().hosts[9].down_rate, h.model().hosts[9].up_rate })
   end)
 
   it("leave: the device goes from the overview and the host list shows it offline", function()

@@ -9,7 +9,7 @@ M.EVENTS = {
   { name = "join", usage = "join [--wired|--2.4g|--5g] [--name NAME] [--mac MAC] [--ip ADDRESS] [--down BITS] [--up BITS] [--type TYPE]",
     options = { band = true, name = true, mac = true, ip = true, down = true, up = true, type = true },
     says = "a device joins (default: on 5 GHz, a new MAC, the first free pool address, 2 Mbit/s down and\n" ..
-           "250 kbit/s up); a known MAC that is offline joins again" },
+           "250 kbit/s up); a known MAC that is offline joins again as it was (name, band, address, rates)" },
   { name = "leave", usage = "leave HOST", positional = "host", says = "the online device with that MAC, address or name leaves" },
   { name = "wan-down", usage = "wan-down", says = "the WAN link drops: disconnected, no addresses" },
   { name = "wan-up", usage = "wan-up", says = "the WAN link comes back with its addresses; its up time starts from 0" },

@@ -4,7 +4,6 @@
 // model under the state lock, as an operation does, and says what it changed.
 #include "sim/events.h"
 
-#include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -34,12 +33,10 @@ struct Outcome {
   std::string refusal;
 };
 
-std::string printed(const char* format, ...) __attribute__((format(printf, 1, 2)));
-std::string printed(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  gchar* text = g_strdup_vprintf(format, args);
-  va_end(args);
+// A formatted text (printf's rules), as a std::string.
+template <class... Args>
+std::string printed(const char* format, Args... args) {
+  gchar* text = g_strdup_printf(format, args...);
   std::string out = text;
   g_free(text);
   return out;
@@ -536,8 +533,11 @@ void reboot(json_t*, Outcome* out) {
 std::string utc_text(int64_t t) {
   time_t seconds = static_cast<time_t>(t);
   struct tm parts = {};
-  char text[40] = "?";
-  if (gmtime_r(&seconds, &parts) != nullptr) strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts);
+  char text[40] = {};
+  if (gmtime_r(&seconds, &parts) == nullptr ||
+      strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts) == 0) {
+    return "?";
+  }
   return text;
 }
 

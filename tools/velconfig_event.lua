@@ -154,12 +154,13 @@ end
 
 -- Runs a scenario. env: sim, velconfig (the module, for "set" steps), wait(seconds)
 -- (false when interrupted), clock() (seconds), write(text). Returns the number of
--- steps done and nil, or a message when a step failed.
+-- steps done, and a message when a step failed or true when a wait was interrupted.
 function M.play(timed, env)
   local started = env.clock()
   for done, t in ipairs(timed) do
     local left = t.at - (env.clock() - started)
-    if left > 0 then env.wait(left) end
+    -- The interpreter's own Ctrl-C hook may raise first; either way the run stops here.
+    if left > 0 and not env.wait(left) then return done - 1, nil, true end
     local step, stamp = t.step, ("[%5.1f s] "):format(t.at)
     if step.note then env.write(stamp .. "# " .. tostring(step.note) .. "\n") end
     if step.event then
@@ -219,9 +220,9 @@ function M.run_play(sim, velconfig, json, words)
   local env = { done = 0, sim = sim, velconfig = velconfig, write = write, clock = sim.monotonic_seconds,
                 wait = no_wait and function() return true end or sim.wait }
   -- Ctrl-C interrupts the wait; the interpreter then raises at the next instruction.
-  local ok, done, failure = pcall(M.play, timed, env)
-  if not ok then
-    if tostring(done):find("interrupted", 1, true) then
+  local ok, done, failure, interrupted = pcall(M.play, timed, env)
+  if not ok or interrupted then
+    if interrupted or tostring(done):find("interrupted", 1, true) then
       io.stdout:write(("stopped by Ctrl-C after %d of %d steps; what was done stays done\n"):format(env.done or 0, #timed))
       os.exit(130)
     end

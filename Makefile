@@ -21,7 +21,7 @@ export CMAKE_C_COMPILER_LAUNCHER ?= $(CCACHE)
 export CMAKE_CXX_COMPILER_LAUNCHER ?= $(CCACHE)
 endif
 
-.PHONY: install deb package install-test lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test tsan-test test-luajit gateway-check real-libubox real-uci-check test-arm64 format-check stack-check bench console console-test clean
+.PHONY: musl-check real-ubox-check install deb package install-test lint docs-keys fuzz all setup setup-arm64 configure build run test asan-test tsan-test test-luajit gateway-check real-libubox real-uci-check test-arm64 format-check stack-check bench console console-test clean
 
 all: build
 
@@ -163,6 +163,16 @@ setup-arm64: setup
 test-arm64: setup-arm64
 	BUILD_ARM64=$(ARM64_BUILD) tools/arm64-test.sh
 
+# The gateway's own stack (docs/building.md, "The gateway's own stack"): the module
+# cross-built for aarch64-linux-musl with the Zig compiler from npm, and the module
+# built and run against libubox from ../shared/deps. Without ../shared/deps the
+# libubox check says so and skips (with CI=true it fails).
+musl-check: setup-arm64
+	tools/musl-build.sh
+
+real-ubox-check: setup
+	JOBS=$(JOBS) tools/deps/real-ubox-check.sh
+
 # Static checks: the ownership and layering rules, clang-tidy, cppcheck and luacheck
 # over the whole tree (tools/lint.sh).
 lint: setup
@@ -186,4 +196,4 @@ bench: setup
 	bench/run.sh
 
 clean:
-	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) $(ARM64_BUILD) build-fuzz build-gw build-capi3 build-bench build-lint
+	rm -rf tests/browser/node_modules $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(STACK_BUILD) $(JIT_BUILD) $(ARM64_BUILD) build-fuzz build-gw build-capi3 build-bench build-lint build-musl build-ubox build-deps

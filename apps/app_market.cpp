@@ -6,6 +6,8 @@
 #include <errno.h>
 #include <glib.h>
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <stddef.h>
 #include <stdio.h>
 #include <string.h>
@@ -59,6 +61,7 @@ constexpr int64_t kHighestPort = 65535;
 
 constexpr const char* kConnectFailed = "创建获取URL的连接失败";
 constexpr const char* kReplyUnparsed = "解析命令类型参数失败";
+constexpr const char* kTimedOut = "获取应用商城URL超时";
 
 // One exchange's state. It lives in the call (on the heap: the web server's stacks
 // are small), and the loop's callbacks find it from the handles embedded in it.
@@ -69,6 +72,7 @@ struct AppMarketState {
   char failure[128];
   uloop_fd watcher;
   uloop_timeout timeout;
+  bool finished;  // a callback of ours ended the loop
   bool reply_logged;
   size_t received;
   char reply[kHeaderBytes + kReplyLimit];
@@ -103,6 +107,7 @@ void end_exchange(AppMarketState* s) {
   uloop_timeout_cancel(&s->timeout);
   uloop_fd_delete(&s->watcher);
   close_socket(s);
+  s->finished = true;
   uloop_end();
 }
 
@@ -117,7 +122,7 @@ bool connected(int fd) {
 // left; false on an error (never looping on one) or when the socket stays full.
 bool send_all(AppMarketState* s, const unsigned char* data, size_t size) {
   int fd = s->watcher.fd;
-  int64_t deadline = monotonic_ms() + uloop_timeout_remaining(&s->timeout);
+  int64_t deadline = monotonic_ms() + uloop_timeout_remaining64(&s->timeout);
   size_t sent = 0;
   while (sent < size) {
     // MSG_NOSIGNAL: a peer that has gone away must not kill the web server.
@@ -272,36 +277,93 @@ void on_cloud_timeout(uloop_timeout* t) {
   ZoVelLog(kLogNotice, "Receive message timeout, close resource.");
   uloop_fd_delete(&s->watcher);
   close_socket(s);
-  store_failure(s, "获取应用商城URL超时");
+  store_failure(s, kTimedOut);
+  s->finished = true;
   uloop_end();
+}
+
+// The signals libubox takes over when a loop is made: it catches SIGINT, SIGTERM
+// and SIGCHLD (then reaping every child of the process) and ignores SIGPIPE; when
+// the loop goes, SIGPIPE is set back to the default even where the web server had
+// ignored it. None of that may reach the web server, so a loop of our own runs with
+// the server's dispositions, put back right after libubox set its own and again
+// after it tore them down. The signals stay blocked meanwhile; one that arrived is
+// delivered once they are unblocked, to the server's own disposition.
+constexpr int kLoopSignals[] = {SIGINT, SIGTERM, SIGCHLD, SIGPIPE};
+constexpr size_t kLoopSignalCount = sizeof kLoopSignals / sizeof kLoopSignals[0];
+
+struct ServerSignals {
+  struct sigaction actions[kLoopSignalCount];
+  sigset_t mask;
+};
+
+// Blocks the loop's signals in this thread; records the server's dispositions once.
+void hold_signals(ServerSignals* server, bool record) {
+  sigset_t loop;
+  sigemptyset(&loop);
+  for (int signo : kLoopSignals) sigaddset(&loop, signo);
+  pthread_sigmask(SIG_BLOCK, &loop, &server->mask);
+  for (size_t i = 0; record && i < kLoopSignalCount; ++i)
+    sigaction(kLoopSignals[i], nullptr, &server->actions[i]);
+}
+
+// Puts the server's dispositions back, then unblocks what it had unblocked.
+void give_back_signals(const ServerSignals* server) {
+  for (size_t i = 0; i < kLoopSignalCount; ++i) sigaction(kLoopSignals[i], &server->actions[i], nullptr);
+  pthread_sigmask(SIG_SETMASK, &server->mask, nullptr);
+}
+
+// Runs the loop until a callback of ours ends it; true when something else ended it
+// first (a SIGTERM the server's loop caught, or the server's own uloop_end).
+bool run_until_finished(AppMarketState* s) {
+  int stopped_by = 0;
+  try {
+    stopped_by = uloop_run();
+  } catch (...) {
+    // Only the loop's own bookkeeping can throw (out of memory).
+    if (s->failure[0] == '\0') store_failure(s, kConnectFailed);
+    return false;
+  }
+  return stopped_by != 0 || !s->finished;
 }
 
 // Runs the exchange over the connecting socket until a callback ends it, and closes
 // the socket. A loop that already runs in this process (the web server's own) is
-// joined and left as it was found; only a loop made here is torn down.
+// joined and left as it was found, except that a stop asked for before or during
+// the wait stays asked for; only a loop made here is torn down.
 void run_exchange(AppMarketState* s, int fd) {
   s->watcher.fd = fd;
   s->watcher.cb = on_cloud_socket;
   s->timeout.cb = on_cloud_timeout;
+  bool cancelled = uloop_cancelled;
+  bool stop_asked = false;
   // Adding a watcher fails while no loop exists; then the loop is ours to make.
   bool own_loop = uloop_fd_add(&s->watcher, ULOOP_WRITE) != 0;
-  if (own_loop && (uloop_init() != 0 || uloop_fd_add(&s->watcher, ULOOP_WRITE) != 0)) {
+  ServerSignals server;
+  bool ready = true;
+  if (own_loop) {
+    hold_signals(&server, true);
+    ready = uloop_init() == 0 && uloop_fd_add(&s->watcher, ULOOP_WRITE) == 0;
+    give_back_signals(&server);
+  }
+  if (!ready) {
     store_failure(s, kConnectFailed);
+  } else if (!own_loop && cancelled) {
+    // The server's loop is ending: running it again would clear its stop.
+    store_failure(s, kTimedOut);
   } else {
-    bool cancelled = uloop_cancelled;
     uloop_timeout_set(&s->timeout, app_market_timeout_ms());
-    try {
-      uloop_run();
-    } catch (...) {
-      // Only the loop's own bookkeeping can throw (out of memory).
-      if (s->failure[0] == '\0') store_failure(s, kConnectFailed);
-    }
-    // The host loop goes on as it was: our end of it must not end it.
-    if (!own_loop) uloop_cancelled = cancelled;
+    stop_asked = run_until_finished(s);
+    if (stop_asked && s->failure[0] == '\0') store_failure(s, kTimedOut);
   }
   uloop_timeout_cancel(&s->timeout);
   if (s->watcher.registered) uloop_fd_delete(&s->watcher);
-  if (own_loop) uloop_done();
+  if (own_loop) {
+    hold_signals(&server, false);
+    uloop_done();
+    give_back_signals(&server);
+  }
+  uloop_cancelled = cancelled || stop_asked;
   close_socket(s);
 }
 

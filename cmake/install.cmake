@@ -60,7 +60,8 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   install(TARGETS velconfig_sim velconfig_simctl velconfig_http
           LIBRARY DESTINATION ${VELCONFIG_INSTALL_PRIVLIB} PERMISSIONS ${VELCONFIG_LIBRARY_PERMISSIONS})
   install(TARGETS uci RUNTIME DESTINATION ${VELCONFIG_INSTALL_UCIDIR})
-  install(FILES tools/console/console.lua tools/velconfig_import.lua DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
+  install(FILES tools/console/console.lua tools/velconfig_import.lua tools/velconfig_event.lua
+          DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
   install(FILES web/index.html web/console.css web/console.js web/favicon.svg DESTINATION ${VELCONFIG_INSTALL_SHARE}/web)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/keys.json sim/default_model.json DESTINATION ${VELCONFIG_INSTALL_SHARE})
 
@@ -69,7 +70,7 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash
                      COMMAND ${VELCONFIG_LUA_FOR_TOOLS} ${CMAKE_CURRENT_SOURCE_DIR}/tools/catalogue/completion.lua
                              ${VELCONFIG_CATALOGUE} > velconfig.bash
-                     DEPENDS ${VELCONFIG_CATALOGUE} tools/catalogue/completion.lua
+                     DEPENDS ${VELCONFIG_CATALOGUE} tools/catalogue/completion.lua tools/velconfig_event.lua
                      COMMENT "Generating the bash completion")
   add_custom_target(velconfig_completion ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velconfig.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
@@ -84,6 +85,9 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
   install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+  # The simulator's schema, where the installed docs' links look for it.
+  install(FILES sim/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/sim)
+  install(DIRECTORY examples/scenarios DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 endif()
 
 # Packages (make package): the PC tools as a Debian package, or for a gateway build the

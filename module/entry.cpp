@@ -42,16 +42,24 @@ void run_guarded(PendingError* error, Body body) {
   // LuaJIT a Lua error unwinds as a foreign exception that must pass on to lua_pcall.
 }
 
+// The call reaches its protected part as the address held in a full userdata: a
+// light userdata of a stack address is refused by LuaJIT 2.1 releases before the
+// 47-bit fix on 64-bit ARM, whose kernels put stacks above 2^47.
+// Pushes the userdata; can raise a Lua memory error (nothing to release yet).
+void push_call(lua_State* L, Call* call) { *static_cast<Call**>(lua_newuserdata(L, sizeof call)) = call; }
+
+Call* call_at(lua_State* L, int index) { return *static_cast<Call**>(lua_touserdata(L, index)); }
+
 // Protected part of get: index 1 is the call; the handler pushes one value.
 int protected_get(lua_State* L) {
-  Call* call = static_cast<Call*>(lua_touserdata(L, 1));
+  Call* call = call_at(L, 1);
   run_guarded(&call->error, [&] { call->get(L, call->args); });
   return 1;
 }
 
 // Protected part of set: index 1 is the call, the top is the input (or the key).
 int protected_set(lua_State* L) {
-  Call* call = static_cast<Call*>(lua_touserdata(L, 1));
+  Call* call = call_at(L, 1);
   run_guarded(&call->error, [&] { call->code = call->set(L); });
   return 0;
 }
@@ -124,7 +132,7 @@ int get_entry(lua_State* L) {
   call.get = find_get_handler(key_text(L));
 
   lua_pushcfunction(L, protected_get);
-  lua_pushlightuserdata(L, &call);
+  push_call(L, &call);
   ZoVelLogOpen(kSyslogUser, "velconfig");
   if (call.get == nullptr) {
     // An unknown key, or one whose page is not built yet: nil.
@@ -145,7 +153,7 @@ int set_entry(lua_State* L) {
   call.set = lua_isstring(L, 2) ? find_set_handler(key_text(L)) : nullptr;
 
   lua_pushcfunction(L, protected_set);
-  lua_pushlightuserdata(L, &call);
+  push_call(L, &call);
   lua_pushvalue(L, n);  // the input the handler reads from the top; the key when none
   ZoVelLogOpen(kSyslogUser, "velconfig");
   if (call.set == nullptr) {

@@ -2,13 +2,15 @@
 #include "platform/holders.h"
 
 #include <malloc.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>  // lint: owner-ok (guards the call scopes' own storage, below)
 #include <new>
-#include <vector>  // lint: owner-ok (the call scope's own storage, below)
+#include <vector>  // lint: owner-ok (the call scopes' own storage, below)
 
 namespace velconfig {
 namespace call_scope {
@@ -24,10 +26,45 @@ struct Kept {
   long number;
 };
 
-// Initial-exec: the module is dlopened, and LeakSanitizer's exit-time scan of dynamic
-// thread-local storage crashes now and then; static TLS is scanned safely.
-// lint: owner-ok (thread storage, never in a frame a longjmp crosses)
-thread_local std::vector<Kept> kept __attribute__((tls_model("initial-exec")));
+// Each thread in a call has its stack here, found by the thread's id. No
+// thread-local storage: the module is dlopened, and musl refuses a library with
+// initial-exec TLS while glibc gives it from a small reserve that later modules
+// need; dynamic TLS is what LeakSanitizer's exit scan trips over. A thread's entry
+// goes when its stack empties, so between calls nothing is held here.
+struct ThreadScope {
+  pthread_t owner;
+  std::vector<Kept> kept;  // lint: owner-ok (the call scope's own storage)
+};
+std::mutex scopes_mutex;          // lint: owner-ok (guards the storage below, never in a frame)
+std::vector<ThreadScope> scopes;  // lint: owner-ok (the call scopes' own storage, never in a frame)
+
+// The calling thread's stack, or null; scopes_mutex is held.
+std::vector<Kept>* find_own() {
+  pthread_t self = pthread_self();
+  for (ThreadScope& s : scopes) {
+    if (pthread_equal(s.owner, self)) return &s.kept;
+  }
+  return nullptr;
+}
+
+// The calling thread's stack, made when it has none; scopes_mutex is held.
+std::vector<Kept>& own() {
+  if (std::vector<Kept>* found = find_own()) return *found;
+  scopes.push_back(ThreadScope{pthread_self(), {}});
+  return scopes.back().kept;
+}
+
+// Drops the calling thread's entry once its stack is empty; scopes_mutex is held.
+void drop_if_empty() {
+  pthread_t self = pthread_self();
+  for (size_t i = 0; i < scopes.size(); ++i) {
+    if (pthread_equal(scopes[i].owner, self) && scopes[i].kept.empty()) {
+      scopes.erase(scopes.begin() + static_cast<std::ptrdiff_t>(i));
+      if (scopes.empty()) std::vector<ThreadScope>().swap(scopes);
+      return;
+    }
+  }
+}
 
 void release_entry(const Kept& k) noexcept {
   switch (k.kind) {
@@ -53,7 +90,8 @@ void release_entry(const Kept& k) noexcept {
 // Appends k; when the stack cannot grow, releases k's resource and rethrows.
 void push(const Kept& k) {
   try {
-    kept.push_back(k);
+    std::lock_guard<std::mutex> hold(scopes_mutex);
+    own().push_back(k);
   } catch (...) {
     release_entry(k);
     throw;
@@ -61,16 +99,25 @@ void push(const Kept& k) {
 }
 
 // Removes the newest entry matching kind and number/pointer; releases it if asked.
+// Releasing happens outside the lock: it may wait for a child, and other threads'
+// calls must not wait with it.
 void remove(Kept::Kind kind, void* pointer, long number, bool run_release) {
-  for (size_t i = kept.size(); i-- > 0;) {
-    const Kept& k = kept[i];
-    if (k.kind == kind && k.pointer == pointer && k.number == number) {
-      Kept found = k;
-      kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(i));
-      if (run_release) release_entry(found);
-      return;
+  Kept found{};
+  {
+    std::lock_guard<std::mutex> hold(scopes_mutex);
+    std::vector<Kept>* kept = find_own();
+    if (kept == nullptr) return;
+    size_t i = kept->size();
+    while (i-- > 0) {
+      const Kept& k = (*kept)[i];
+      if (k.kind == kind && k.pointer == pointer && k.number == number) break;
     }
+    if (i == static_cast<size_t>(-1)) return;
+    found = (*kept)[i];
+    kept->erase(kept->begin() + static_cast<std::ptrdiff_t>(i));
+    drop_if_empty();
   }
+  if (run_release) release_entry(found);
 }
 
 }  // namespace
@@ -80,15 +127,7 @@ void keep(void* p, void (*release)(void*)) {
 }
 
 void release(void* p) {
-  if (p == nullptr) return;
-  for (size_t i = kept.size(); i-- > 0;) {
-    if (kept[i].kind == Kept::Kind::kPointer && kept[i].pointer == p) {
-      Kept found = kept[i];
-      kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(i));
-      release_entry(found);
-      return;
-    }
-  }
+  if (p != nullptr) remove(Kept::Kind::kPointer, p, 0, true);
 }
 
 void keep_descriptor(int fd) {
@@ -102,18 +141,29 @@ void keep_child(pid_t pid) {
 void forget_child(pid_t pid) { remove(Kept::Kind::kChild, nullptr, pid, false); }
 void release_child(pid_t pid) { remove(Kept::Kind::kChild, nullptr, pid, true); }
 
-size_t mark() noexcept { return kept.size(); }
+size_t size() noexcept {
+  std::lock_guard<std::mutex> hold(scopes_mutex);
+  std::vector<Kept>* kept = find_own();
+  return kept == nullptr ? 0 : kept->size();
+}
+
+size_t mark() noexcept { return size(); }
 
 void release_to(size_t mark) noexcept {
   // Newest first: a child is reaped before the pipe it writes to is closed.
-  while (kept.size() > mark) {
-    Kept k = kept.back();
-    kept.pop_back();
+  for (;;) {
+    Kept k{};
+    {
+      std::lock_guard<std::mutex> hold(scopes_mutex);
+      std::vector<Kept>* kept = find_own();
+      if (kept == nullptr || kept->size() <= mark) return;
+      k = kept->back();
+      kept->pop_back();
+      drop_if_empty();
+    }
     release_entry(k);
   }
 }
-
-size_t size() noexcept { return kept.size(); }
 
 }  // namespace call_scope
 size_t records_held(const void* p, size_t record_size) {

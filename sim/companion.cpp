@@ -3,13 +3,16 @@
 // inject faults and pin the clock.
 #include <dirent.h>
 #include <stdio.h>
+#include <time.h>
 
 #include <lua.hpp>
 #include <string>
+#include <vector>
 
 #include "platform/zovel.h"
 #include "sim/cloud.h"
 #include "sim/dbus.h"
+#include "sim/events.h"
 #include "sim/files.h"
 #include "sim/sim.h"
 
@@ -336,6 +339,84 @@ int l_plugin_post(lua_State* L) {
   return 1;
 }
 
+// event(name [, params]): applies an event of the world around the gateway
+// (sim/events.h). params is a table of texts, numbers and booleans by name. Returns
+// the lines saying what changed (one text, lines separated by newlines), or nil,
+// the reason and the code when nothing changed.
+int l_event(lua_State* L) {
+  const char* name = luaL_checkstring(L, 1);
+  json_t* params = json_object();
+  if (lua_istable(L, 2)) {
+    lua_pushnil(L);
+    while (lua_next(L, 2) != 0) {
+      // Only texts as names; the value's type is looked at, never converted in place.
+      if (lua_type(L, -2) == LUA_TSTRING) {
+        const char* key = lua_tostring(L, -2);
+        switch (lua_type(L, -1)) {
+          case LUA_TSTRING:
+            json_object_set_new(params, key, json_string(lua_tostring(L, -1)));
+            break;
+          case LUA_TNUMBER:
+            json_object_set_new(params, key, json_integer(static_cast<json_int_t>(lua_tonumber(L, -1))));
+            break;
+          case LUA_TBOOLEAN:
+            json_object_set_new(params, key, json_boolean(lua_toboolean(L, -1)));
+            break;
+          default:
+            break;
+        }
+      }
+      lua_pop(L, 1);
+    }
+  }
+  int32_t code;
+  gchar* said = nullptr;
+  char reason[512] = {};
+  {
+    std::vector<std::string> lines;
+    std::string why;
+    code = velsim::apply_event(name, params, &lines, &why);
+    if (code == 0) {
+      std::string joined;
+      for (const std::string& line : lines) joined += (joined.empty() ? "" : "\n") + line;
+      said = g_strdup(joined.c_str());
+    } else {
+      snprintf(reason, sizeof reason, "%s", why.c_str());
+    }
+  }
+  json_decref(params);
+  if (code == 0) {
+    lua_pushstring(L, said);
+    g_free(said);
+    return 1;
+  }
+  lua_pushnil(L);
+  lua_pushstring(L, reason);
+  lua_pushinteger(L, code);
+  return 3;
+}
+
+// wait(seconds): sleeps on the system's clock (never the pinned one); false when a
+// signal (Ctrl-C) cut the sleep short, so that a scenario stops at once.
+int l_wait(lua_State* L) {
+  double seconds = luaL_checknumber(L, 1);
+  struct timespec left = {};
+  if (seconds > 0) {
+    left.tv_sec = static_cast<time_t>(seconds);
+    left.tv_nsec = static_cast<long>((seconds - static_cast<double>(left.tv_sec)) * 1e9);
+  }
+  lua_pushboolean(L, nanosleep(&left, nullptr) == 0);
+  return 1;
+}
+
+// monotonic_seconds(): the system's monotonic clock, for pacing a scenario.
+int l_monotonic_seconds(lua_State* L) {
+  struct timespec t = {};
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  lua_pushnumber(L, static_cast<lua_Number>(t.tv_sec) + static_cast<lua_Number>(t.tv_nsec) / 1e9);
+  return 1;
+}
+
 // Raises luaL_argerror about the last argument with the text in its upvalue.
 int raise_argument_error(lua_State* L) { return luaL_argerror(L, -1, lua_tostring(L, lua_upvalueindex(1))); }
 
@@ -473,6 +554,9 @@ const luaL_Reg kFunctions[] = {
     {"plugin_reply", l_plugin_reply},
     {"hostile", l_hostile},
     {"plugin_post", l_plugin_post},
+    {"event", l_event},
+    {"wait", l_wait},
+    {"monotonic_seconds", l_monotonic_seconds},
     {"argument_error", l_argument_error},
     {"cloud_reply", l_cloud_reply},
     {"cloud_silent", l_cloud_silent},

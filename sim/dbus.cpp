@@ -53,6 +53,25 @@ const Answer* answer_for(const char* path, const char* interface, const char* na
   return nullptr;
 }
 
+std::vector<WriteCheck>& write_checks() {
+  static std::vector<WriteCheck>* c = new std::vector<WriteCheck>;
+  return *c;
+}
+
+// The registered judgement of a write on interface: 0 when it may be kept.
+int32_t judge_write(const char* interface, const char* path) {
+  for (const WriteCheck& c : write_checks()) {
+    if (g_strcmp0(c.interface, interface) == 0) return c.check(path);
+  }
+  return 0;
+}
+
+// Puts the model back as before was (a copy taken before a refused write).
+void restore_model(json_t* before) {
+  json_object_clear(model());
+  json_object_update(model(), before);
+}
+
 json_t* where(const char* service, const char* path, const char* interface) {
   return json_pack("{s:s?,s:s?,s:s?}", "service", service, "path", path, "interface", interface);
 }
@@ -61,6 +80,10 @@ json_t* where(const char* service, const char* path, const char* interface) {
 
 PropertyTable::PropertyTable(std::initializer_list<Property> properties) {
   for (const Property& p : properties) registry().push_back(p);
+}
+
+WriteCheckTable::WriteCheckTable(std::initializer_list<WriteCheck> checks) {
+  for (const WriteCheck& c : checks) write_checks().push_back(c);
 }
 
 void answer_property(const char* path, const char* interface, const char* name, GVariant* value) {
@@ -173,7 +196,11 @@ extern "C" int32_t ZoVelDBusSetProperty(const char* service, const char* path, c
     if (p == nullptr) return velsim::kNoSuchProperty;
     if (p->set == nullptr) return velsim::kReadOnly;
     if (held == nullptr) return velsim::kWrongType;
+    json_t* before = json_deep_copy(velsim::model());
     int32_t rc = p->set(path, held);
+    if (rc == 0) rc = velsim::judge_write(interface, path);
+    if (rc != 0) velsim::restore_model(before);
+    json_decref(before);
     if (rc == 0) velsim::model_changed();
     return rc;
   });
@@ -222,10 +249,8 @@ extern "C" int32_t ZoVelDBusSetMultiProperty(const char* service, const char* pa
       code = velsim::find(service, path, interface, name)->set(path, v);
       g_variant_unref(v);
     }
-    if (code != 0) {
-      json_object_clear(velsim::model());
-      json_object_update(velsim::model(), before);
-    }
+    if (code == 0) code = velsim::judge_write(interface, path);
+    if (code != 0) velsim::restore_model(before);
     json_decref(before);
     if (code == 0) velsim::model_changed();
     return code;

@@ -27,6 +27,17 @@ struct PropertyTable {
   PropertyTable(std::initializer_list<Property> properties);
 };
 
+// A judgement of an object's properties taken together (a DHCP pool inside the LAN),
+// made after a write has applied its values and before it is kept: non-zero refuses
+// the write, which is then undone whole.
+struct WriteCheck {
+  const char* interface;
+  int32_t (*check)(const char* path);
+};
+struct WriteCheckTable {
+  WriteCheckTable(std::initializer_list<WriteCheck> checks);
+};
+
 // Makes a property read on interface and name (any service, any path starting with
 // path) succeed with value instead of the model's: a value of any type (taken
 // over), or null for a read that succeeds without a value. Tests use it for

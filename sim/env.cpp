@@ -175,22 +175,18 @@ extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_tool
   return velsim::tools_dir();
 }
 
-extern "C" __attribute__((visibility("default"))) char* const* velconfig_sim_command_environment(void) {
+extern "C" __attribute__((visibility("default"))) char** velconfig_sim_command_environment(void) {
   std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
   velsim::ensure_stock_config();
-  static thread_local std::vector<std::string> texts;
-  static thread_local std::vector<char*> pointers;
-  texts.clear();
-  pointers.clear();
-  std::string path = std::string("PATH=") + velsim::tools_dir();
+  GPtrArray* env = g_ptr_array_new();
   const char* host_path = getenv("PATH");
-  path += std::string(":") + (host_path != nullptr ? host_path : "/usr/bin:/bin");
-  texts.push_back(path);
-  texts.push_back(std::string("VELCONFIG_ROOT=") + velsim::file_root());
+  g_ptr_array_add(env, g_strconcat("PATH=", velsim::tools_dir(), ":",
+                                   host_path != nullptr ? host_path : "/usr/bin:/bin", nullptr));
+  g_ptr_array_add(env, g_strconcat("VELCONFIG_ROOT=", velsim::file_root(), nullptr));
   for (char** e = environ; *e != nullptr; ++e) {
-    if (strncmp(*e, "PATH=", 5) != 0 && strncmp(*e, "VELCONFIG_ROOT=", 15) != 0) texts.emplace_back(*e);
+    if (strncmp(*e, "PATH=", 5) != 0 && strncmp(*e, "VELCONFIG_ROOT=", 15) != 0)
+      g_ptr_array_add(env, g_strdup(*e));
   }
-  for (std::string& t : texts) pointers.push_back(t.data());
-  pointers.push_back(nullptr);
-  return pointers.data();
+  g_ptr_array_add(env, nullptr);
+  return reinterpret_cast<char**>(g_ptr_array_free(env, FALSE));
 }

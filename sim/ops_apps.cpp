@@ -193,6 +193,8 @@ char* plugin_reply(const char* app, const char* command) {
   if (g_strcmp0(app, kPlugin) != 0) return nullptr;
   json_t* record = find_app(kPlugin);
   if (record == nullptr || int_of(record, "state") != kRunning || command == nullptr) return nullptr;
+  // A plugin that hangs still shows as running: only its replies stop.
+  if (flag_of(interconnect(), "silent")) return nullptr;
   json_t* parsed = json_loads(command, 0, nullptr);
   if (!json_is_object(parsed)) {
     json_decref(parsed);

@@ -106,15 +106,23 @@ extern "C" int32_t ZoVelGetNetworkInfo(ZoVelNetworkInfo* info) {
   });
 }
 
+namespace velsim {
+
+void reboot_gateway() {
+  // A rebooted gateway starts counting its running time and WAN time again.
+  settle_time();
+  json_t* d = object_at("device");
+  json_object_set_new(d, "uptime", json_integer(0));
+  json_object_set_new(d, "boot_count", json_integer(saturating_add(int_of(d, "boot_count"), 1)));
+  json_object_set_new(object_at("wan"), "uptime", json_integer(0));
+  model_changed();
+}
+
+}  // namespace velsim
+
 extern "C" int32_t ZoVelSysCmdReboot(void*, void*) {
   return operation("ZoVelSysCmdReboot", nullptr, [] {
-    // A rebooted gateway starts counting its running time and WAN time again.
-    velsim::settle_time();
-    json_t* d = object_at("device");
-    json_object_set_new(d, "uptime", json_integer(0));
-    json_object_set_new(d, "boot_count", json_integer(velsim::saturating_add(int_of(d, "boot_count"), 1)));
-    json_object_set_new(object_at("wan"), "uptime", json_integer(0));
-    velsim::model_changed();
+    velsim::reboot_gateway();
     return 0;
   });
 }

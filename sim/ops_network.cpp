@@ -40,6 +40,21 @@ int32_t set_dhcp_text(const char* key, GVariant* value) {
   return 0;
 }
 
+// What no gateway keeps: an address or mask that is not a dotted quad, and a pool
+// (while the server hands addresses out) outside the LAN or running backwards.
+int32_t judge_dhcp(const char*) {
+  json_t* dhcp = object_at("dhcp");
+  uint32_t ip, mask, first, last;
+  if (!parse_ipv4(text_of(dhcp, "ip"), &ip) || !parse_ipv4(text_of(dhcp, "mask"), &mask)) return kWrongType;
+  if (!flag_of(dhcp, "enable")) return 0;
+  if (!parse_ipv4(text_of(dhcp, "min"), &first) || !parse_ipv4(text_of(dhcp, "max"), &last))
+    return kWrongType;
+  bool inside = (first & mask) == (ip & mask) && (last & mask) == (ip & mask);
+  return inside && first <= last ? 0 : kWrongType;
+}
+
+const WriteCheckTable kDhcpChecks{{kDhcpInterface, judge_dhcp}};
+
 const PropertyTable kDhcpProperties{
     {kService, kDhcpPath, kDhcpInterface, "MinAddress", [](const char*) { return dhcp_text("min"); },
      [](const char*, GVariant* v) { return set_dhcp_text("min", v); }},
@@ -167,6 +182,11 @@ json_t* rule_fields(const ZoVelPortMapping* r) {
   return j;
 }
 
+// A rule's ports are 1-65535, as a gateway's firewall takes them.
+bool rule_ports_valid(const ZoVelPortMapping& r) {
+  return r.external_port >= 1 && r.external_port <= 65535 && r.internal_port >= 1 && r.internal_port <= 65535;
+}
+
 bool ddns_storable(const ZoVelDdnsServer& r) {
   return storable(r.provider) && storable(r.username) && storable(r.password) && storable(r.domain) &&
          storable(r.hostname);
@@ -243,6 +263,24 @@ json_t* path_args(const ZoVelObjPath& path, json_t* fields) {
 }
 
 }  // namespace
+
+bool parse_ipv4(const char* text, uint32_t* address) {
+  uint32_t value = 0;
+  const char* p = text;
+  for (int part = 0; part < 4; ++part) {
+    if (part > 0 && *p++ != '.') return false;
+    uint32_t number = 0;
+    int digits = 0;
+    for (; *p >= '0' && *p <= '9' && digits < 4; ++p, ++digits)
+      number = number * 10 + static_cast<uint32_t>(*p - '0');
+    if (digits == 0 || digits > 3 || number > 255) return false;
+    value = value << 8 | number;
+  }
+  if (*p != '\0') return false;
+  if (address != nullptr) *address = value;
+  return true;
+}
+
 }  // namespace velsim
 
 extern "C" int32_t ZoVelGetDHCPServer(ZoVelDhcpServer* server) {
@@ -291,7 +329,7 @@ extern "C" int32_t ZoVelAddPortMapping(ZoVelPortMapping* rule) {
   return operation("ZoVelAddPortMapping", velsim::rule_fields(rule), [&] {
     if (rule == nullptr) return -1;
     if (!velsim::storable(rule->protocol) || !velsim::storable(rule->client) ||
-        !velsim::storable(rule->description)) {
+        !velsim::storable(rule->description) || !velsim::rule_ports_valid(*rule)) {
       return velsim::kWrongType;
     }
     return velsim::add_entry("port_mappings", velsim::rule_fields(rule));

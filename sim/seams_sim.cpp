@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "platform/holders.h"
 #include "platform/seams.h"
 #include "sim/sim_seams.h"
 
@@ -50,7 +51,13 @@ bool command_directory(const char* dir, char* out, size_t cap) {
   return n >= 0 && static_cast<size_t>(n) < cap;
 }
 
-char* const* command_environment() { return velconfig_sim_command_environment(); }
+// A fresh copy each time, kept until the call ends: no thread shares it and the
+// simulator keeps nothing for it.
+char* const* command_environment() {
+  char** env = velconfig_sim_command_environment();
+  call_scope::keep(env, [](void* p) { g_strfreev(static_cast<char**>(p)); });
+  return env;
+}
 
 bool cloud_client_host(const char*, char* out, size_t cap) {
   int n = snprintf(out, cap, "%s", "127.0.0.1");

@@ -60,15 +60,27 @@ class ModelSession {
   bool locked_ = false;
 };
 
-// Seconds since the epoch, pinned or real.
+// Seconds since the epoch, pinned or real, plus the model's time.offset (the clock
+// jumps an event made).
 int64_t now();
+// From now on now() reads t (until the clock is unpinned).
 void pin_clock(int64_t t);
+// The gateway's clock jumps by seconds (the model's time.offset); the running figures
+// go on from where they are, as they count the time the gateway runs.
+void jump_clock(int64_t seconds);
 void unpin_clock();
 bool clock_pinned();
 // Seconds the model's time-dependent figures have run since they were true.
 int64_t elapsed();
 // Folds the elapsed time into the figures, so that base becomes now.
 void settle_time();
+
+// Restarts the gateway: its running time and WAN time start again from 0.
+void reboot_gateway();
+
+// Whether text is an IPv4 address in dotted-quad form (four decimal numbers 0-255);
+// *address gets it in host order.
+bool parse_ipv4(const char* text, uint32_t* address);
 
 // Seconds the WAN has been up, running with the clock; 0 while neither of its
 // statuses is "connected".

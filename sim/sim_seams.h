@@ -20,8 +20,8 @@ const char* velconfig_sim_file_root(void);
 // Directory of the project's own command-line tools (the PC's "uci"), tried before PATH.
 const char* velconfig_sim_tools_dir(void);
 // This process's environment with VELCONFIG_ROOT set to the file root and the tools
-// directory first on PATH. Valid until the next call from the same thread.
-char* const* velconfig_sim_command_environment(void);
+// directory first on PATH, as a new array the caller frees with g_strfreev.
+char** velconfig_sim_command_environment(void);
 // write(2) for the files the module replaces whole, with the faults tests set: under
 // "write_short" it writes half of what was asked (at least one byte); otherwise
 // under "write" it fails with the fault's code as errno (28, ENOSPC: a full disk).

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <deque>
 #include <map>
 
@@ -75,7 +76,10 @@ struct State {
   bool dirty = false;
   std::string state_error;
   bool pinned = false;
-  int64_t pinned_at = 0;
+  int64_t pinned_at = 0;  // the system's clock as pinned, before the model's offset
+  // The model's time.offset, kept here so that the copy worker reads the clock
+  // without touching the model (it runs outside the platform lock).
+  std::atomic<int64_t> clock_offset{0};
   History journal;
   History logs;
   size_t history_limit = kDefaultHistoryLimit;
@@ -93,6 +97,7 @@ State& state() {
 
 // A model whose time base is unset takes "now" as the moment its figures hold.
 void adopt(json_t* m) {
+  state().clock_offset = json_integer_value(json_object_get(json_object_get(m, "time"), "offset"));
   json_t* time_obj = json_object_get(m, "time");
   if (!json_is_object(time_obj)) {
     time_obj = json_object();
@@ -400,12 +405,22 @@ std::string take_state_error() {
 
 int64_t now() {
   const State& s = state();
-  return s.pinned ? s.pinned_at : static_cast<int64_t>(time(nullptr));
+  return plus_seconds(s.pinned ? s.pinned_at : static_cast<int64_t>(time(nullptr)), s.clock_offset);
 }
 
 void pin_clock(int64_t t) {
   state().pinned = true;
-  state().pinned_at = t;
+  state().pinned_at = plus_seconds(t, -state().clock_offset);
+}
+
+void jump_clock(int64_t seconds) {
+  settle_time();
+  json_t* time_obj = json_object_get(model(), "time");
+  int64_t offset = plus_seconds(json_integer_value(json_object_get(time_obj, "offset")), seconds);
+  json_object_set_new(time_obj, "offset", json_integer(offset));
+  state().clock_offset = offset;
+  json_object_set_new(time_obj, "base", json_integer(now()));
+  model_changed();
 }
 
 void unpin_clock() { state().pinned = false; }

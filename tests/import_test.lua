@@ -43,6 +43,26 @@ describe("a dump imported into the simulator", function()
   end)
 end)
 
+describe("an import keeps what a page shows in one place only", function()
+  it("the wired hosts' measured rates, and a beacon type the Wi-Fi page reads as Open", function()
+    h.reset()
+    h.fresh_root()
+    h.edit_model(function(m) m.wlan[1].beacon_type = "WPA2-PSK" end)
+    h.velconfig:get("allInfo")
+    sim.advance_clock(5) -- the overview has measured the rates; the host list answers 0 on its first call
+    local answers = dump.take(h.velconfig, catalogue(), { with_secrets = true }).answers
+    assert.are.equal("Open", answers.wifiBasic.auth1)
+    local model = import.build(import.decode(json.encode({ format = 1, answers = answers })),
+      json.decode(sim.default_model()))
+    local default = json.decode(sim.default_model())
+    for i = 1, 2 do
+      assert.are.same({ default.hosts[i].name, 0, default.hosts[i].down_rate, default.hosts[i].up_rate },
+        { model.hosts[i].name, model.hosts[i].connection, model.hosts[i].down_rate, model.hosts[i].up_rate })
+    end
+    assert.are.equal("WPA2-PSK", model.wlan[1].beacon_type)
+  end)
+end)
+
 -- The state file (/gateway.json) and the dumps are files in the test's own file root.
 describe("velconfig dump and import", function()
   before_each(function() h.fresh_root() end)

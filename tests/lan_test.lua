@@ -27,9 +27,9 @@ describe("lan", function()
     assert.are.same({ dhcpEnbl = 0, lanIp = "0.0.0.0", poolStart = "", poolEnd = "", subnetMask = "" }, v:get("lan"))
   end)
 
-  local pool = { { "MinAddress", "192.168.1.2" }, { "MaxAddress", "192.168.1.200" }, { "SubnetMask", "255.255.255.0" } }
   for _, c in ipairs {
-    { "enabled, same address", {}, 0, true }, { "a new address", { lanIp = "192.168.2.1" }, 2, true },
+    { "enabled, same address", {}, 0, true },
+    { "a new address", { lanIp = "192.168.2.1", poolStart = "192.168.2.2", poolEnd = "192.168.2.200" }, 2, true },
     { "dhcpEnbl 01", { dhcpEnbl = "01" }, 0, true }, { "an empty oldLanIp", { oldLanIp = "" }, 2, true },
     { "dhcpEnbl as the number 1 (read as its text)", { dhcpEnbl = 1 }, 0, true },
     { "dhcpEnbl 0 and no pool", { dhcpEnbl = "0", poolStart = false, poolEnd = false, subnetMask = false }, 0 },
@@ -38,7 +38,8 @@ describe("lan", function()
     it("writes " .. c[1] .. ", returning " .. c[3], function()
       local input = lan(c[2])
       assert.are.equal(c[3], v:set("lan", input))
-      local expected = c[4] and { pool[1], pool[2], pool[3] } or {}
+      local expected = c[4] and { { "MinAddress", input.poolStart }, { "MaxAddress", input.poolEnd },
+        { "SubnetMask", input.subnetMask } } or {}
       expected[#expected + 1] = { "Enable", c[4] == true }
       expected[#expected + 1] = { "IPAddr", input.lanIp }
       assert.are.same(expected, sent())
@@ -59,8 +60,9 @@ describe("lan", function()
   end)
 
   it("moves the gateway: the LAN and port-mapping pages show the new address", function()
-    assert.are.equal(2, v:set("lan", lan { lanIp = "10.0.0.1", poolStart = "10.0.0.9", subnetMask = "255.0.0.0" }))
-    assert.are.same({ dhcpEnbl = 1, lanIp = "10.0.0.1", poolStart = "10.0.0.9", poolEnd = "192.168.1.200",
+    assert.are.equal(2, v:set("lan", lan { lanIp = "10.0.0.1", poolStart = "10.0.0.9", poolEnd = "10.0.0.200",
+      subnetMask = "255.0.0.0" }))
+    assert.are.same({ dhcpEnbl = 1, lanIp = "10.0.0.1", poolStart = "10.0.0.9", poolEnd = "10.0.0.200",
       subnetMask = "255.0.0.0" }, v:get("lan"))
     assert.are.equal("10.0.0.1", v:get("pmLists").lanIp)
     assert.are.equal(0, v:set("lan", lan { dhcpEnbl = "0", oldLanIp = "10.0.0.1", lanIp = "10.0.0.1" }))

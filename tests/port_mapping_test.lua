@@ -43,9 +43,9 @@ end)
 
 describe("pmSetSingle", function()
   it("adds an enabled rule (ports as atoi, description cut at 31) without listing; it lists, toggles and deletes", function()
-    assert.are.equal(0, add(("n"):rep(40), { exPort = "80abc", inPort = "" }))
+    assert.are.equal(0, add(("n"):rep(40), { exPort = "80abc", inPort = "8080 " }))
     local c = h.calls("ZoVelAddPortMapping")[1]
-    assert.are.same({ 1, 80, 0, "TCP", "192.168.1.50", ("n"):rep(31) },
+    assert.are.same({ 1, 80, 8080, "TCP", "192.168.1.50", ("n"):rep(31) },
       { c.enable, c.external_port, c.internal_port, c.protocol, c.client, c.description })
     assert.are.same({}, h.calls("ZoVelGetPortMappingObjs"))
     assert.are.equal(0, add("SSH"))

@@ -103,7 +103,7 @@ describe("the simulator", function()
     assert.are.same({ -1, 1 }, { h.model().port_mappings[2].id, h.model().port_mappings[3].id })
     assert.are.equal(0, v:set("hostSettings", { type = "black", mac = "D89EF3A1B201" }))
     assert.are.equal(0, h.model().hosts[1].access)
-    assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "0", bindlanport = "LAN1" }))
+    assert.are.equal(0, v:set("iptv", { enable = "1", vlanOnOff = "1", vlanid = "45", bindlanport = "LAN1" }))
 
     h.sim.pin_clock(1e300)
     h.sim.advance_clock(9e18)
@@ -181,6 +181,59 @@ describe("the simulator", function()
     h.sim.reset()
     for _ = 1, 3 do v:set("fwrestore") end
     assert.are.same({ 9, 0 }, { #h.sim.journal(), h.sim.journal_dropped() })
+  end)
+
+  -- What no gateway keeps is refused by the platform (-3) and nothing is stored; the
+  -- module passes the code on. The edges that a gateway takes are kept.
+  local LAN = { dhcpEnbl = "1", oldLanIp = "192.168.1.1", lanIp = "192.168.1.1", poolStart = "192.168.1.2",
+    poolEnd = "192.168.1.200", subnetMask = "255.255.255.0" }
+  local IPTV = { enable = "1", vlanOnOff = "1", vlanid = "45", bindlanport = "LAN4" }
+  local RULE = { op = "add", desp = "r", client = "192.168.1.50", protocol = "TCP", exPort = "80", inPort = "80" }
+  local function with(base, fields)
+    local t = {}
+    for k, val in pairs(base) do t[k] = val end
+    for k, val in pairs(fields) do t[k] = val end
+    return t
+  end
+  for _, c in ipairs({
+    { "an address that is not a dotted quad", "lan", with(LAN, { lanIp = "banana", subnetMask = "z" }), -3 },
+    { "an address with a number over 255", "lan", with(LAN, { lanIp = "192.168.1.256" }), -3 },
+    { "a mask of three numbers", "lan", with(LAN, { subnetMask = "255.255.255" }), -3 },
+    { "a pool outside the LAN", "lan", with(LAN, { poolStart = "10.0.0.2" }), -3 },
+    { "a pool running backwards", "lan", with(LAN, { poolStart = "192.168.1.200", poolEnd = "192.168.1.2" }), -3 },
+    { "a new LAN without moving the pool", "lan", with(LAN, { lanIp = "192.168.2.1" }), -3 },
+    { "the server off, a bad address", "lan", with(LAN, { dhcpEnbl = "0", lanIp = "192.168.1" }), -3 },
+    { "a pool of one address", "lan", with(LAN, { poolStart = "192.168.1.9", poolEnd = "192.168.1.9" }), 0 },
+    { "the server off, the pool left where it is", "lan", with(LAN, { dhcpEnbl = "0", lanIp = "192.168.1.254" }), 2 },
+    { "VLAN abc (0)", "iptv", with(IPTV, { vlanid = "abc" }), -3 },
+    { "VLAN 4095", "iptv", with(IPTV, { vlanid = "4095" }), -3 },
+    { "VLAN 1", "iptv", with(IPTV, { vlanid = "1" }), 0 },
+    { "VLAN 4094", "iptv", with(IPTV, { vlanid = "4094" }), 0 },
+    { "a port the gateway does not have", "iptv", with(IPTV, { bindlanport = "LAN9" }), -3 },
+    { "port LAN0", "iptv", with(IPTV, { bindlanport = "LAN1,LAN0" }), -3 },
+    { "ports in lower case", "iptv", with(IPTV, { bindlanport = "lan1" }), -3 },
+    { "every port", "iptv", with(IPTV, { bindlanport = "LAN1,LAN2,LAN3,LAN4" }), 0 },
+    { "an external port 0", "pmSetSingle", with(RULE, { exPort = "0" }), -3 },
+    { "an internal port 65536", "pmSetSingle", with(RULE, { inPort = "65536" }), -3 },
+    { "ports 1 and 65535", "pmSetSingle", with(RULE, { exPort = "1", inPort = "65535" }), 0 },
+  }) do
+    it("platform: " .. c[2] .. " with " .. c[1] .. " answers " .. c[4], function()
+      local before = h.model()
+      assert.are.equal(c[4], v:set(c[2], c[3]))
+      local after = h.model()
+      local part = ({ lan = "dhcp", iptv = "iptv", pmSetSingle = "port_mappings" })[c[2]]
+      if c[4] ~= 0 and c[4] ~= 2 then
+        assert.are.same(before[part], after[part])
+      else
+        assert.are_not.same(before[part], after[part])
+      end
+    end)
+  end
+
+  it("platform: a LAN port count of the model's own bounds the ports", function()
+    h.edit_model(function(m) m.device.lan_ports = 2 end)
+    assert.are.same({ -3, 0 }, { v:set("iptv", with(IPTV, { bindlanport = "LAN3" })),
+      v:set("iptv", with(IPTV, { bindlanport = "LAN2" })) })
   end)
 
   describe("its disks", function()

@@ -52,7 +52,7 @@ machine=$(readelf -h "$out/velconfig.so" | sed -n 's/^ *Machine: *//p')
 echo "arm64 build: velconfig.so for $machine"
 
 CAPI3_BUILD="$out/capi3" GW_BUILD="$out/gw" TOOLCHAIN_FILE="$toolchain" LUA="$lua" \
-  NM=aarch64-linux-gnu-nm tools/gateway-check.sh
+  NM=aarch64-linux-gnu-nm READELF=aarch64-linux-gnu-readelf tools/gateway-check.sh
 
 # A dump taken on the gateway needs only Lua 5.1 and the module (cjson cannot load), and
 # the PC build imports it into a simulated gateway that answers the same.

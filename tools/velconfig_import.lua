@@ -286,6 +286,16 @@ function builders.network(a, m)
   return { "wan", "lan", "dhcp" }
 end
 
+-- A wired host's rate: the host list answers 0 when it has not measured one (its own
+-- first sample), the overview its measured rate; the larger is what the dump saw.
+local function rate_of(...)
+  local top
+  for _, v in pairs({ ... }) do
+    if type(v) == "number" and (top == nil or v > top) then top = v end
+  end
+  return top
+end
+
 function builders.hosts(a, m, notes)
   local all, list, black, status = a.allInfo, a.hostsInfo, a.blackHosts, a.gwStatus
   if not (all or list or black or status) then return nil end
@@ -306,8 +316,8 @@ function builders.hosts(a, m, notes)
     local pc, dev = pcs[i] or {}, devs[i] or {}
     add({ name = pc.devName, type = dev.type or pc.type, ip = dev.ip or pc.ip, ipv6 = dev.ipv6, brand = pc.brand,
           model = pc.model, system = dev.system, mac = dev.mac, access = dev.restrict and 1 or 2, connection = 0,
-          online = true, online_time = pc.onlineTime, down_rate = dev.downSpeed or pc.downSpeed,
-          up_rate = dev.upSpeed or pc.upSpeed })
+          online = true, online_time = pc.onlineTime, down_rate = rate_of(pc.downSpeed, dev.downSpeed),
+          up_rate = rate_of(pc.upSpeed, dev.upSpeed) })
   end
   local wifis = rows(all, "wifi", "wlcount")
   for _, w in ipairs(wifis) do
@@ -392,7 +402,9 @@ local function band_record(label, id, fields, chosen_beacon)
   local high = HIGH_CLASS[label]
   local power = LEVEL_POWER[level] or (level == 4 and wall and high.power) or 100
   local beacon = AUTH_TO_BEACON[fields.auth or "Open"] or fields.auth
-  if chosen_beacon and BEACON_TO_AUTH[chosen_beacon] == (fields.auth or "Open") then beacon = chosen_beacon end
+  -- The network list's own beacon type, when the page reads it as this mode (a type
+  -- the page does not know, "WPA2-PSK" say, it reads as "Open").
+  if chosen_beacon and (BEACON_TO_AUTH[chosen_beacon] or "Open") == (fields.auth or "Open") then beacon = chosen_beacon end
   return { id = id, band_label = label, ssid = fields.ssid or "", enable = fields.enable and 1 or 0,
            beacon_type = beacon, standard = fields.standard or (label == "5G-1" and "a,n,ac,ax" or "b,g,n,ax"),
            wep_level = "", basic_auth = "OpenSystem", wpa_encryption = "AESEncryption",

@@ -121,11 +121,17 @@ function dateText(date) {
   return date.toLocaleString(undefined, { dateStyle: "medium", timeStyle: "medium" });
 }
 
-// The gateway's clock: seconds since 1970 once it has the time, otherwise the
-// seconds it has been running, shown with the moment that makes.
+// The status record's system time: a date when the platform gives the clock
+// (seconds since 1970), otherwise the time it has been running, as it is.
 function systemTimeText(seconds) {
   if (seconds >= 946684800) return dateText(new Date(seconds * 1000));
-  return dateText(new Date(Date.now() - seconds * 1000)) + " (running " + duration(seconds) + ")";
+  return "running for " + duration(seconds);
+}
+
+// A disk as the overview and the files page name it (its label, or the gateway's
+// USB_discN), with the device's own name when the page has it.
+function diskText(name, device) {
+  return device && device !== name ? name + " (" + device + ")" : String(name || device || "");
 }
 
 function macText(mac) {
@@ -189,9 +195,10 @@ async function refreshOverview() {
   const disks = $("#disks tbody");
   disks.replaceChildren();
   for (const s of rows(info, "storage")) {
-    disks.append(el("tr", {}, el("td", {}, s.name), el("td", { class: "num" }, sizeText(s.usedSize)),
+    disks.append(el("tr", {}, el("td", {}, diskText(s.name)), el("td", { class: "num" }, sizeText(s.usedSize)),
       el("td", { class: "num" }, sizeText(s.maxSize))));
   }
+  markScrollers();
 }
 
 // ---- Status ----------------------------------------------------------------------
@@ -204,18 +211,28 @@ const INFO_LABELS = [
   ["wanAcnt", "PPPoE account"],
 ];
 
+// The status figures count every device attached; the host list leaves out the
+// black-listed ones. What the first counts beyond the second is said, not hidden.
+function blackListedText(counted, hosts) {
+  const n = counted - (Number(hosts.count) || 0);
+  return n > 0 ? " (" + n + (n === 1 ? " of them is" : " of them are") + " black-listed: no Internet access)" : "";
+}
+
 async function loadStatus() {
-  const [status, info] = await Promise.all([api.get("gwStatus"), api.get("gwInfo", "all")]);
+  const [status, info, overview, wired, wireless] = await Promise.all([api.get("gwStatus"), api.get("gwInfo", "all"),
+    api.get("allInfo"), api.get("hostsInfo", "0"), api.get("hostsInfo", "1")]);
   const body = $("#status-table tbody");
   body.replaceChildren();
   const add = (name, value) => body.append(el("tr", {}, el("th", { scope: "row" }, name), el("td", {}, value)));
   add("System time", systemTimeText(status.sysTime || 0));
   add("PPPoE connection time", duration(status.upTime || 0));
   add("Processor load", (status.cpuUsed || 0) + " %");
-  add("Wired devices", status.wcount);
-  add("Wireless devices", status.wlcount);
+  add("Wired devices", status.wcount + blackListedText(status.wcount, wired));
+  add("Wireless devices", status.wlcount + blackListedText(status.wlcount, wireless));
   add("Services", "IPTV " + (status.itv ? "on" : "off") + ", voice " + (status.voip ? "on" : "off"));
-  for (const s of rows(status, "storage")) add("Disk " + s.name, s.usedPer + " % used");
+  // Both lists hold the storage devices in the platform's order.
+  const named = rows(overview, "storage");
+  rows(status, "storage").forEach((s, i) => add("Disk " + diskText(named[i]?.name || s.name, s.name), s.usedPer + " % used"));
   for (const [k, label, format] of INFO_LABELS) {
     if (info[k] !== undefined && info[k] !== "") add(label, format ? format(info[k]) : info[k]);
   }
@@ -307,6 +324,7 @@ async function loadRules() {
       el("td", { class: "num" }, r.exPort), el("td", { class: "num" }, r.inPort),
       el("td", { class: "state" }, r.enable ? "on" : "off"), el("td", {}, toggle, " ", remove)));
   }
+  markScrollers();
 }
 
 async function changeRule(input, success, key = "pmSetSingle") {
@@ -388,25 +406,64 @@ function showListing(table) {
       : el("button", { type: "button", onclick: () => copyToRoot(f.name) }, "Copy to disk root");
     const del = el("button", { type: "button", class: "delete", "aria-label": "Delete " + f.name,
       onclick: () => deleteEntry(f.name) }, "Delete");
-    body.append(el("tr", { class: "entry" }, el("td", {}, f.isFolder ? "📁" : ""), el("td", {}, open),
-      el("td", { class: "num" }, f.isFolder ? "" : sizeText(f.size)), el("td", {}, f.time), el("td", {}, copy, " ", del)));
+    body.append(el("tr", { class: "entry" }, el("td", {}, f.isFolder ? folderIcon() : ""), el("td", {}, open),
+      el("td", { class: "num" }, f.isFolder ? "" : sizeText(f.size)), el("td", { class: "time" }, f.time),
+      el("td", {}, copy, " ", del)));
   }
+  markScrollers();
+}
+
+// A folder drawn inline, so that it shows without an emoji font.
+function folderIcon() {
+  const ns = "http://www.w3.org/2000/svg";
+  const svg = document.createElementNS(ns, "svg");
+  svg.setAttribute("viewBox", "0 0 16 16");
+  svg.setAttribute("class", "icon");
+  svg.setAttribute("role", "img");
+  svg.setAttribute("aria-label", "folder");
+  const path = document.createElementNS(ns, "path");
+  path.setAttribute("d", "M1 3.5A1.5 1.5 0 0 1 2.5 2h3.6l1.6 1.8h5.8A1.5 1.5 0 0 1 15 5.3v7.2a1.5 1.5 0 0 1-1.5 1.5h-11A1.5 1.5 0 0 1 1 12.5z");
+  path.setAttribute("fill", "#e0a526");
+  svg.append(path);
+  return svg;
 }
 
 const filesResult = (text, ok) => showResult($("#files-result"), text, ok);
 const listed = (name) => entries.some((f) => f.name === name);
 
+// The disks a fileLists answer offers, as [instance, name].
+const disksOf = (t) => {
+  const out = [];
+  for (let i = 1; t["storage" + i] !== undefined; i++) out.push([String(t["instno" + i]), t["storage" + i]]);
+  return out;
+};
+
 async function loadFiles(instance) {
   const t = await api.get("fileLists", instance);
   const disk = $("#disk");
   disk.replaceChildren();
-  for (let i = 1; t["storage" + i] !== undefined; i++) {
-    disk.append(el("option", { value: t["instno" + i] }, t["storage" + i]));
-  }
+  for (const [inst, name] of disksOf(t)) disk.append(el("option", { value: inst }, name));
   if (t.usbLabelInst !== undefined) disk.value = t.usbLabelInst;
   diskRoot = t.filePath || null;
   currentFolder = diskRoot;
   showListing(t);
+}
+
+// While the files page is open: a disk pulled out (or plugged in) shows at once,
+// instead of a listing of a disk that is no longer there.
+async function filesTick() {
+  let t;
+  try {
+    t = await api.get("fileLists");
+  } catch (e) {
+    return; // the offline banner says it
+  }
+  const now = disksOf(t), shown = [...$("#disk").options].map((o) => [o.value, o.textContent]);
+  if (JSON.stringify(now) === JSON.stringify(shown)) return;
+  const open = $("#disk").selectedOptions[0];
+  const gone = open && !now.some(([inst]) => inst === open.value);
+  await loadFiles(gone ? undefined : open?.value);
+  if (gone) filesResult(open.textContent + " was unplugged" + (now.length ? "" : "; no disk is left"), false);
 }
 
 async function openFolder(path) {
@@ -503,7 +560,7 @@ async function loadExplorer() {
   if (select.options.length > 0) return;
   const groups = ["get", "set"].map((call) => el("optgroup", { label: call === "get" ? "read (get)" : "write (set)" },
     ...catalogue.map((k, i) => [k, i]).filter(([k]) => k.call === call)
-      .map(([k, i]) => el("option", { value: i }, k.key + (k.built ? "" : " (not built)")))));
+      .map(([k, i]) => el("option", { value: i }, call + " " + k.key + (k.built ? "" : " (not built)")))));
   select.replaceChildren(...groups);
   select.addEventListener("change", describeKey);
   describeKey();
@@ -548,6 +605,26 @@ async function callKey(event) {
   }
 }
 
+// ---- Tables wider than the screen ----------------------------------------------------
+// A table that scrolls sideways says so: a line above it and a fade at the edge that
+// has more, both updated as it scrolls and as the window changes.
+function markScroller(box) {
+  let hint = box.previousElementSibling;
+  if (!hint || !hint.classList.contains("scroll-hint")) {
+    hint = el("p", { class: "scroll-hint note", "aria-hidden": "true" }, "Scroll sideways for more columns ⇆");
+    box.before(hint);
+    box.addEventListener("scroll", () => markScroller(box), { passive: true });
+  }
+  const more = box.scrollWidth - box.clientWidth;
+  hint.hidden = more <= 1;
+  box.classList.toggle("more-right", box.scrollLeft < more - 1);
+  box.classList.toggle("more-left", box.scrollLeft > 1);
+}
+
+function markScrollers() {
+  for (const box of document.querySelectorAll(".page.active .scroll")) markScroller(box);
+}
+
 // ---- Routing -----------------------------------------------------------------------
 let timer = null;
 
@@ -564,7 +641,7 @@ const views = {
   status: loadStatus,
   wifi: loadWifi,
   portmap: loadRules,
-  files: () => loadFiles(),
+  files: () => { timer = setInterval(filesTick, REFRESH_SECONDS * 1000); return loadFiles(); },
   explorer: loadExplorer,
 };
 
@@ -597,4 +674,5 @@ $("#up").addEventListener("click", () => {
   if (currentFolder && diskRoot && currentFolder !== diskRoot) openFolder(currentFolder.replace(/\/[^/]*$/, ""));
 });
 window.addEventListener("hashchange", route);
+window.addEventListener("resize", markScrollers);
 route();

@@ -4,7 +4,7 @@
 // refusals over plain HTTP are in tests/console_test.lua.
 import { test, before, after } from "node:test";
 import assert from "node:assert/strict";
-import { spawn } from "node:child_process";
+import { spawn, execFileSync } from "node:child_process";
 import { mkdtempSync, rmSync, mkdirSync } from "node:fs";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
@@ -42,6 +42,26 @@ function apiGet(key, a1) {
       res.on("end", () => (res.statusCode === 200 ? resolve(JSON.parse(data).answer) : reject(new Error(data))));
     }).on("error", reject);
   });
+}
+
+// A write as a script makes it.
+function apiSet(key, input) {
+  return new Promise((resolve, reject) => {
+    const req = http.request(new URL(`/api/set/${key}`, base), { method: "POST",
+      headers: { Authorization: "Token " + token, "Content-Type": "application/json" } }, (res) => {
+      let data = "";
+      res.on("data", (c) => (data += c));
+      res.on("end", () => (res.statusCode === 200 ? resolve(JSON.parse(data).result) : reject(new Error(data))));
+    });
+    req.on("error", reject);
+    req.end(JSON.stringify(input));
+  });
+}
+
+// The world changes under the running console: an event on the served state file.
+function event(...words) {
+  return execFileSync(tool, ["--state", join(dir, "gateway.json"), "event", ...words],
+    { env: { ...process.env, VELCONFIG_ROOT: join(dir, "root") } }).toString();
 }
 
 const rules = async () => Object.values(await apiGet("pmLists")).filter((r) => r && r.desp);
@@ -105,6 +125,22 @@ test("every page at 375 px: loads without errors, no sideways scrolling, its tab
       ({ scroll: document.documentElement.scrollWidth, width: document.documentElement.clientWidth }));
     assert.ok(scroll <= width, `${name} page scrolls sideways: ${scroll} > ${width}`);
     assert.equal(await page.getAttribute(`nav a[href="#${name}"]`, "aria-current"), "page", name + " page tab");
+    // a table cut off at the screen's edge says that it scrolls
+    for (const box of await page.locator(".page.active .scroll").all()) {
+      const cut = await box.evaluate((b) => b.scrollWidth > b.clientWidth + 1);
+      const hint = box.locator("xpath=preceding-sibling::*[1][contains(@class, 'scroll-hint')]");
+      assert.equal(cut && await hint.isVisible(), cut, `${name} page: a table cut off without a scroll hint`);
+    }
+    if (name === "overview" || name === "portmap") {
+      assert.ok(await page.locator(".page.active .scroll-hint").first().isVisible(), name + " page: scroll hint at 375 px");
+    }
+    if (name === "files") {
+      // sizes and dates on one line, and the folder icon drawn without an emoji font
+      const lines = await page.locator("#entries td.time, #entries td.num").evaluateAll((cells) => cells
+        .filter((c) => c.textContent).map((c) => c.getBoundingClientRect().height / parseFloat(getComputedStyle(c).lineHeight)));
+      assert.ok(lines.length > 0 && lines.every((n) => n < 2.2), "files page: a size or date wraps: " + lines);
+      assert.ok(await page.locator("#entries tr.entry svg.icon").first().isVisible(), "files page: folder icon");
+    }
     await done();
   }
 });
@@ -127,12 +163,22 @@ test("overview: live rates, sizes with units, and an offline banner when the ser
   await page.close(); // the refused requests above were on purpose
 });
 
-test("status: values in words, the time as a date, the MAC with separators", async () => {
+test("status: values in words, the running time as it is, disks named as on the overview, black-listed devices said", async () => {
+  const mac = "001132C4D502"; // NAS-HOME, wired
+  assert.equal(await apiSet("hostSettings", { type: "black", mac }), 0);
   const { page, done } = await open("status");
   const row = (label) => page.locator("#status-table tr", { hasText: label }).locator("td").textContent();
   await page.locator("#status-table tr").first().waitFor();
   assert.equal(await row("MAC address"), "A4:C1:E2:00:3F:10");
-  assert.match(await row("System time"), /\d{4}/);
+  assert.match(await row("System time"), /^running for \d+ d \d+ h \d+ min$/);
+  // the built-in gateway has one black-listed wired device online already; NAS-HOME makes two
+  assert.match(await row("Wired devices"), /^\d+ \(2 of them are black-listed: no Internet access\)$/);
+  assert.doesNotMatch(await row("Wireless devices"), /black-listed/);
+  const overview = await apiGet("allInfo");
+  const disks = await page.locator("#status-table th", { hasText: /^Disk / }).allTextContents();
+  assert.deepEqual(disks.map((d) => d.replace(/^Disk /, "").replace(/ \(.*\)$/, "")),
+    [overview.storage1.name, overview.storage2.name]);
+  assert.equal(await apiSet("rmBlackHost", { mac }), 0);
   assert.equal(await row("Software version"), (await apiGet("gwInfo", "all")).SWVer);
   assert.equal(await page.locator("#status-table", { hasText: "SWVer" }).count(), 0);
   await done();
@@ -209,17 +255,37 @@ test("explorer: a read key and a write key called, the answers shown", async () 
   const { page, done } = await open("explorer");
   const form = page.locator("#explorer-form");
   await form.locator("option").first().waitFor({ state: "attached" });
-  await form.locator('select[name="key"]').selectOption({ label: "gwInfo" });
+  for (const name of ["lan", "iptv", "wifiBasic"]) {
+    for (const call of ["get", "set"]) assert.equal(await form.locator("option", { hasText: `${call} ${name}` }).count(), 1);
+  }
+  await form.locator('select[name="key"]').selectOption({ label: "set lan" });
+  assert.ok(await form.locator('input[name="a1"]').isHidden(), "a1 hidden for a write key");
+  assert.ok(await form.locator('textarea[name="body"]').isVisible());
+  await form.locator('select[name="key"]').selectOption({ label: "get gwInfo" });
+  assert.ok(await form.locator('textarea[name="body"]').isHidden(), "the input hidden for a read key");
   await form.locator('input[name="a1"]').fill("all");
   await form.locator("button[type=submit]").click();
   await page.locator("#explorer-result.ok").waitFor();
   assert.equal(JSON.parse(await page.locator("#answer").textContent()).ssid2g, (await apiGet("gwInfo", "all")).ssid2g);
   await shoot(page, "console-explorer.png");
-  await form.locator('select[name="key"]').selectOption({ label: "pmSetAll" });
+  await form.locator('select[name="key"]').selectOption({ label: "set pmSetAll" });
   await form.locator('textarea[name="body"]').fill('{"op": "disable"}');
   await form.locator("button[type=submit]").click();
   await page.locator("#explorer-result.ok", { hasText: "done" }).waitFor();
   assert.ok((await rules()).every((r) => r.enable === 0));
+  await done();
+});
+
+test("files: a disk pulled out while the page is open leaves it; plugged back, it returns with its files", async () => {
+  const { page, done } = await open("files");
+  await page.locator("#entries tr.entry").first().waitFor();
+  const disk = await page.locator("#disk option:checked").textContent();
+  assert.match(event("usb-unplug", "2"), /unplugged/);
+  await page.locator("#files-result.bad", { hasText: disk + " was unplugged" }).waitFor({ timeout: 10000 });
+  assert.equal(await page.locator("#disk option", { hasText: disk }).count(), 0);
+  assert.notEqual(await page.locator("#folder").textContent(), "/mnt/usb1_1");
+  assert.match(event("usb-plug"), /plugged in again/);
+  await page.locator("#disk option", { hasText: disk }).waitFor({ state: "attached", timeout: 10000 });
   await done();
 });
 

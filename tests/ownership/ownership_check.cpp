@@ -276,6 +276,9 @@ int main() {
 
   const char* argv[] = {"rm", "-rf", dir, nullptr};
   run_command(argv, 10000);
+  // The runner's checks above ran outside any call: end that scope as a call would.
+  velconfig::call_scope::release_to(0);
+  CHECK(velconfig::call_scope::size() == 0);
   if (velcheck::failures != 0) fprintf(stderr, "%d checks failed\n", velcheck::failures);
   return velcheck::failures == 0 ? 0 : 1;
 }

@@ -1,16 +1,20 @@
-// The event loop stand-in on its own: readiness, time-outs, cancelling, deleting a
-// watcher with an event undelivered, blocking with nothing to wait for, watchers
-// refused without a loop, and usock's non-blocking connect.
+// The event loop on its own, the stand-in or the gateway's libubox alike: readiness,
+// time-outs, cancelling, deleting a watcher with an event undelivered, blocking
+// with nothing to wait for, watchers refused without a loop, usock's non-blocking
+// connect, and what a loop does to the process's signals and children.
 #include <arpa/inet.h>
 #include <errno.h>
+extern "C" {
 #include <libubox/uloop.h>
 #include <libubox/usock.h>
+}
 #include <netinet/in.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -59,9 +63,9 @@ void check_readiness() {
   CHECK(writer.calls == 1 && writer.events[0] == ULOOP_WRITE);
 
   // Registered for reading only: nothing until the peer writes.
+  uloop_fd_delete(&writer.watcher);
   Probe reader = writer;
   reader.calls = 0;
-  uloop_fd_delete(&writer.watcher);
   CHECK(uloop_fd_add(&reader.watcher, ULOOP_READ) == 0);
   uloop_timeout t = {};
   t.cb = on_timeout;
@@ -123,6 +127,7 @@ void check_delete_drops_events() {
 }
 
 void check_timeouts() {
+  uloop_timeout t_unset = {};
   uloop_init();
   uloop_timeout late = {};
   uloop_timeout early = {};
@@ -131,7 +136,8 @@ void check_timeouts() {
   fired = 0;
   uloop_timeout_set(&late, 10000);
   uloop_timeout_set(&early, 20);
-  CHECK(uloop_timeout_remaining(&late) > 9000);
+  CHECK(uloop_timeout_remaining64(&late) > 9000);
+  CHECK(uloop_timeout_remaining64(&t_unset) == -1);
   int64_t start = now_ms();
   uloop_run();
   int64_t took = now_ms() - start;
@@ -228,6 +234,51 @@ void check_usock() {
   CHECK(usock(USOCK_TCP | USOCK_NONBLOCK, "not an address", "1") < 0);
 }
 
+void (*disposition(int signo))(int) {
+  struct sigaction a;
+  sigaction(signo, nullptr, &a);
+  return a.sa_handler;
+}
+
+void server_handler(int) {}
+
+void send_sigterm(uloop_timeout*) { kill(getpid(), SIGTERM); }
+
+// What the module guards a web server against: a loop catches SIGTERM and SIGINT
+// (ending the loop, whose run returns the signal) and SIGCHLD (reaping every child
+// of the process), and ignores SIGPIPE, where each had the default disposition; a
+// handler of the process's own is left alone. uloop_done puts back its handlers
+// but leaves SIGPIPE ignored.
+void check_signals() {
+  struct sigaction own = {};
+  own.sa_handler = server_handler;
+  sigaction(SIGINT, &own, nullptr);
+  uloop_init();
+  CHECK(disposition(SIGTERM) != SIG_DFL && disposition(SIGCHLD) != SIG_DFL);
+  CHECK(disposition(SIGPIPE) == SIG_IGN && disposition(SIGINT) == server_handler);
+
+  pid_t child = fork();
+  if (child == 0) _exit(0);
+  uloop_timeout t = {};
+  t.cb = on_timeout;
+  uloop_timeout_set(&t, 300);
+  CHECK(uloop_run() == 0);
+  CHECK(waitpid(child, nullptr, WNOHANG) == -1 && errno == ECHILD);
+
+  uloop_timeout_set(&t, 5000);
+  uloop_timeout term = {};
+  term.cb = send_sigterm;
+  uloop_timeout_set(&term, 20);
+  CHECK(uloop_run() == SIGTERM && uloop_cancelled && t.pending);
+  uloop_timeout_cancel(&t);
+  uloop_done();
+  CHECK(disposition(SIGTERM) == SIG_DFL && disposition(SIGCHLD) == SIG_DFL);
+  CHECK(disposition(SIGPIPE) == SIG_IGN && disposition(SIGINT) == server_handler);
+  own.sa_handler = SIG_DFL;
+  sigaction(SIGINT, &own, nullptr);
+  sigaction(SIGPIPE, &own, nullptr);
+}
+
 }  // namespace
 
 int main() {
@@ -236,6 +287,7 @@ int main() {
   check_timeouts();
   check_run_blocks_until_ended();
   check_usock();
+  check_signals();
   if (velcheck::failures != 0) fprintf(stderr, "%d checks failed\n", velcheck::failures);
   return velcheck::failures == 0 ? 0 : 1;
 }

@@ -14,6 +14,11 @@ for _, k in ipairs(catalogue) do
   end
 end
 
+-- The event names, from the event command's own table (tools/velconfig_event.lua).
+local tools = arg[0]:match("^(.*)/catalogue/[^/]*$") or ".."
+local events = {}
+for _, e in ipairs(dofile(tools .. "/velconfig_event.lua").EVENTS) do events[#events + 1] = e.name end
+
 local script = ([==[
 # bash completion for velconfig; generated from the key catalogue, do not edit.
 _velconfig() {
@@ -30,7 +35,7 @@ _velconfig() {
     --port) return ;;
   esac
   if [[ -z $command ]]; then
-    COMPREPLY=($(compgen -W "get set dump import serve keys help -v --state --help --version" -- "$cur"))
+    COMPREPLY=($(compgen -W "get set dump import serve event play keys help -v --state --help --version" -- "$cur"))
   elif ((COMP_CWORD == at + 1)); then
     case $command in
       get) COMPREPLY=($(compgen -W "GET_KEYS" -- "$cur")) ;;
@@ -39,6 +44,8 @@ _velconfig() {
       serve) COMPREPLY=($(compgen -W "--port --state --no-token" -- "$cur")) ;;
       dump) COMPREPLY=($(compgen -W "--with-secrets" -- "$cur")) ;;
       import) COMPREPLY=($(compgen -f -- "$cur")) ;;
+      event) COMPREPLY=($(compgen -W "EVENT_NAMES --help" -- "$cur")) ;;
+      play) COMPREPLY=($(compgen -f -W "--no-wait" -- "$cur")) ;;
     esac
   elif [[ $command == serve ]]; then
     COMPREPLY=($(compgen -W "--port --state" -- "$cur"))
@@ -48,4 +55,5 @@ _velconfig() {
 }
 complete -F _velconfig velconfig
 ]==]):gsub("(%u+)_KEYS", function(which) return table.concat(names[which:lower()], " ") end)
+  :gsub("EVENT_NAMES", table.concat(events, " "))
 io.write(script)

@@ -35,6 +35,13 @@ check_tree() {
     < "$scratch/dump-$name.json" || fail "dump is not the gateway's answers"
   "$tool" import "$scratch/dump-$name.json" --state "$scratch/imported-$name.json" > /dev/null &&
     [ "$("$tool" --state "$scratch/imported-$name.json" get hasWiFi)" = 1 ] || fail "import of the dump failed"
+  # A scenario shipped with the documentation, then one event; the simulator's schema
+  # is where the installed docs link to it.
+  local docs=$bin/../share/doc/velconfig
+  "$tool" play --no-wait "$docs/examples/scenarios/bad-day.json" > /dev/null || fail "play of the installed example failed"
+  out=$("$tool" event wan-down) && [[ $out == "wan-down: WAN disconnected"* ]] || fail "event printed '$out'"
+  [ -f "$docs/sim/README.md" ] && grep -q '(../sim/README.md)' "$docs/docs/simulator.md" ||
+    fail "the simulator's schema is not beside the installed docs"
   # The simulated gateway runs the installed PC uci: a value set through it reads back.
   "$tool" set setAppParas --text '{"config":"speedtest","main.server":"installed-'"$name"'"}' > /dev/null
   out=$("$tool" get getAppParas speedtest)
@@ -57,7 +64,7 @@ check_tree() {
   echo "$api" | lua5.1 -e 'local a = require("cjson").decode(io.read("*a")); assert(a.key == "hasWiFi" and a.answer == 1)' ||
     fail "API answered '$api'"
   [[ $page == *"<html"* ]] || fail "the console's page is missing"
-  echo "install-test ($name): version, get, dump, import, uci, serve: ok from $bin"
+  echo "install-test ($name): version, get, dump, import, play, event, uci, serve: ok from $bin"
 }
 
 # A mount namespace of its own where an empty folder covers the source tree (and the

@@ -26,10 +26,12 @@ done
 for tool in ar ranlib; do printf '#!/bin/sh\nexec "%s" %s "$@"\n' "$zig" "$tool" > "$out/bin/$tool"; done
 chmod +x "$out"/bin/*
 
-# Jansson's headers sit in /usr/include itself, beside glibc's, which must not be
-# seen: they are copied into a folder of their own.
+# Jansson's headers and Lua's multiarch one sit in /usr/include and its arm64
+# folder, beside glibc's, which must not be seen: they are copied into a folder of
+# their own.
 mkdir -p "$out/include"
-cp /usr/include/jansson.h /usr/include/jansson_config.h "$out/include/"
+cp /usr/include/jansson.h /usr/include/jansson_config.h \
+  /usr/include/aarch64-linux-gnu/lua5.1-deb-multiarch.h "$out/include/"
 
 # The arm64 .pc files give the headers and the libraries to link; those libraries are
 # built for glibc, so their own undefined symbols are left to the gateway's loader.

@@ -151,7 +151,7 @@ describe("LOID", function()
       h.calls("ZoVelGetWLANDeviceObjs") })
     uci_calls()
     h.sim.clear_journal()
-    assert.matches(h.field_error("nil"), h.set_error("setloid", loid { hasWiFi = false }))
+    assert.matches(h.field_error("nil", "hasWiFi"), h.set_error("setloid", loid { hasWiFi = false }))
     assert.are.same({ {}, {} }, { uci_calls(), stored() })
   end)
 

@@ -517,6 +517,8 @@ function describeKey() {
   $("#key-doc").textContent = k.call + " " + k.key + ": " + (k.args ? "arguments: " + k.args + ". " : "") +
     (k.fields ? (k.call === "set" ? "results: " : "answer: ") + k.fields + ". " : "") +
     (k.changes ? "Changes the gateway." : "Changes nothing.");
+  // What each argument or field means and accepts, from the key catalogue.
+  $("#key-fields").replaceChildren(...(k.explain || []).flatMap((f) => [el("dt", {}, f.name), el("dd", {}, f.text)]));
 }
 
 async function callKey(event) {

@@ -89,8 +89,10 @@ function M.handler(opts)
     return body .. tag
   end
 
-  -- Author pages run their own inline scripts and styles: no policy of ours.
-  local PAGE_HEADERS = { ["Content-Security-Policy"] = "" }
+  -- Author pages run their own inline scripts and styles, and their forms post with
+  -- their origin (a page sent with no-referrer posts with the origin "null", which
+  -- the origin rule refuses): none of the console's policies.
+  local PAGE_HEADERS = { ["Content-Security-Policy"] = "", ["Referrer-Policy"] = "" }
 
   local function error_page(status, title, detail)
     local body = "<!doctype html><meta charset=utf-8><title>" .. html_escape(title) .. "</title>" ..
@@ -105,7 +107,8 @@ function M.handler(opts)
       return nil, name .. " printed no header lines: a page starts with a line such as " ..
         "\"Content-Type: text/html\", then a blank line, then the body"
     end
-    local status, ctype, headers = nil, nil, { ["Content-Security-Policy"] = "" }
+    local status, ctype, headers = nil, nil, {}
+    for name, value in pairs(PAGE_HEADERS) do headers[name] = value end
     for line in (head .. "\n"):gmatch("([^\n]*)\n") do
       local field, value = line:gsub("\r$", ""):match("^([%w%-]+):%s*(.-)%s*$")
       if not field then return nil, name .. " printed a header line that is none: " .. line end

@@ -32,7 +32,7 @@ M.commands = {
 M.options = {
   { "-v, --verbose", "also print the platform log lines on stderr" },
   { "--state FILE", "the simulated gateway's state file (default: a per-user file seeded from the built-in gateway); ignored on a gateway" },
-  { "--no-token", "serve without the token, for scripts on a single-user machine: any local process or user can then drive the gateway" },
+  { "--no-token", "serve without the token, for scripts on a single-user machine: any local process or user can then drive the gateway", pc = true },
 }
 
 local function wrap(text, width, indent)
@@ -69,7 +69,9 @@ function M.help(pc)
   end
   out[#out + 1] = ""
   for _, o in ipairs(M.options) do
-    out[#out + 1] = ("  %-11s"):format(o[1]) .. (#o[1] > 10 and ("\n             ") or "") .. wrap(o[2], 66, "             ")
+    if available(o, pc) then
+      out[#out + 1] = ("  %-11s"):format(o[1]) .. (#o[1] > 10 and ("\n             ") or "") .. wrap(o[2], 66, "             ")
+    end
   end
   return table.concat(out, "\n") .. "\n"
 end
@@ -209,7 +211,7 @@ function M.man(version)
   for _, o in ipairs(M.options) do
     out[#out + 1] = ".TP"
     out[#out + 1] = roff_synopsis(o[1])
-    out[#out + 1] = roff(o[2]:sub(1, 1):upper() .. o[2]:sub(2)) .. "."
+    out[#out + 1] = roff(o[2]:sub(1, 1):upper() .. o[2]:sub(2)) .. "." .. (o.pc and " (PC only.)" or "")
   end
   out[#out + 1] = REST:gsub("\n$", "")
   return table.concat(out, "\n") .. "\n"

@@ -19,7 +19,8 @@ json_t* explanations(json_t* pairs) {
   size_t i;
   json_t* pair;
   json_array_foreach(pairs, i, pair) {
-    json_array_append_new(list, json_pack("{s:O,s:O}", "name", json_array_get(pair, 0), "text", json_array_get(pair, 1)));
+    json_array_append_new(
+        list, json_pack("{s:O,s:O}", "name", json_array_get(pair, 0), "text", json_array_get(pair, 1)));
   }
   return list;
 }
@@ -36,14 +37,15 @@ int add_rows(json_t* list, const char* call, std::pair<const Row*, size_t> rows,
     }
     json_t* explained = json_object_get(fields, row.key);
     if (row.args[0] != '\0' && json_array_size(explained) == 0) {
-      fprintf(stderr, "key_catalogue: %s \"%s\" takes \"%s\" but fields.json does not explain it\n", call, row.key,
-              row.args);
+      fprintf(stderr, "key_catalogue: %s \"%s\" takes \"%s\" but fields.json does not explain it\n", call,
+              row.key, row.args);
       ++missing;
       continue;
     }
-    json_array_append_new(list, json_pack("{s:s,s:s,s:b,s:s,s:s,s:b,s:o}", "call", call, "key", row.key, "built",
-                                          row.handler != nullptr, "args", row.args, "fields", row.answer,
-                                          "changes", row.changes, "explain", explanations(explained)));
+    json_array_append_new(list,
+                          json_pack("{s:s,s:s,s:b,s:s,s:s,s:b,s:o}", "call", call, "key", row.key, "built",
+                                    row.handler != nullptr, "args", row.args, "fields", row.answer, "changes",
+                                    row.changes, "explain", explanations(explained)));
     json_object_del(fields, row.key);
   }
   const char* key;
@@ -61,7 +63,8 @@ int main(int argc, char** argv) {
   json_error_t error;
   json_t* fields = argc == 2 ? json_load_file(argv[1], 0, &error) : nullptr;
   if (fields == nullptr) {
-    fprintf(stderr, "key_catalogue: usage: key_catalogue FIELDS.json (%s)\n", argc == 2 ? error.text : "no file");
+    fprintf(stderr, "key_catalogue: usage: key_catalogue FIELDS.json (%s)\n",
+            argc == 2 ? error.text : "no file");
     return 1;
   }
   json_t* list = json_array();

@@ -104,7 +104,8 @@ MHD_Result send_text(struct MHD_Connection* connection, unsigned int status, con
   if (response == nullptr) return MHD_NO;
   MHD_add_response_header(response, "Content-Type", type);
   for (const auto& header : kSecurityHeaders) {
-    if (handler_header(L, extra, header[0]) == nullptr) MHD_add_response_header(response, header[0], header[1]);
+    if (handler_header(L, extra, header[0]) == nullptr)
+      MHD_add_response_header(response, header[0], header[1]);
   }
   if (L != nullptr && extra != 0 && lua_type(L, extra) == LUA_TTABLE) {
     lua_pushnil(L);
@@ -134,7 +135,8 @@ MHD_Result add_header(void* cls, enum MHD_ValueKind, const char* name, const cha
   char lower[128];
   size_t length = name != nullptr ? strlen(name) : sizeof lower;
   if (value == nullptr || length >= sizeof lower) return MHD_YES;  // no header name is that long
-  for (size_t i = 0; i <= length; ++i) lower[i] = static_cast<char>(tolower(static_cast<unsigned char>(name[i])));
+  for (size_t i = 0; i <= length; ++i)
+    lower[i] = static_cast<char>(tolower(static_cast<unsigned char>(name[i])));
   lua_pushstring(L, lower);
   lua_pushvalue(L, -1);
   lua_rawget(L, -3);
@@ -287,8 +289,7 @@ int l_serve(lua_State* L) {
       MHD_USE_ERROR_LOG | MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, on_request, &server,
       MHD_OPTION_EXTERNAL_LOGGER, log_until_serving, nullptr, MHD_OPTION_SOCK_ADDR, &address,
       MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr, MHD_OPTION_URI_LOG_CALLBACK, keep_uri, nullptr,
-      MHD_OPTION_CONNECTION_LIMIT, limit,
-      MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
+      MHD_OPTION_CONNECTION_LIMIT, limit, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
   if (daemon == nullptr) {
     luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
     return luaL_error(L, "cannot listen on 127.0.0.1:%d", static_cast<int>(port));

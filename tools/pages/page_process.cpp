@@ -18,7 +18,6 @@
 #include <unistd.h>
 
 #include <initializer_list>
-
 #include <lua.hpp>
 
 namespace {

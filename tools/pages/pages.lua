@@ -108,7 +108,7 @@ function M.handler(opts)
         "\"Content-Type: text/html\", then a blank line, then the body"
     end
     local status, ctype, headers = nil, nil, {}
-    for name, value in pairs(PAGE_HEADERS) do headers[name] = value end
+    for header, value in pairs(PAGE_HEADERS) do headers[header] = value end
     for line in (head .. "\n"):gmatch("([^\n]*)\n") do
       local field, value = line:gsub("\r$", ""):match("^([%w%-]+):%s*(.-)%s*$")
       if not field then return nil, name .. " printed a header line that is none: " .. line end

@@ -66,7 +66,7 @@ describe("the velconfig tool", function()
     status, out, err = run(state, "run", page, "Second", "fail")
     os.remove(page)
     assert.are.same({ 1, "0 fail\n" }, { status, out })
-    assert.matches("^velconfig run: [^\n]*:4: bad argument #%-?%d+ to 'set' %(string expected for field 'oldLanIp', got nil%)\n" ..
+    assert.matches("^velconfig run: [^\n]*:4: bad argument #%-?%d+ to '[^']+' %(string expected for field 'oldLanIp', got nil%)\n" ..
       "stack traceback:\n", err)
     local _, exports = run(state, "env")
     status, out = h.shell(exports .. "\nlua5.1 -e 'io.write(require(\"velconfig\"):get(\"wifiSsid\").ssid)'")

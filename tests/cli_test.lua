@@ -69,7 +69,8 @@ describe("the velconfig tool", function()
     assert.matches("^velconfig run: [^\n]*:4: bad argument #%-?%d+ to '[^']+' %(string expected for field 'oldLanIp', got nil%)\n" ..
       "stack traceback:\n", err)
     local _, exports = run(state, "env")
-    status, out = h.shell(exports .. "\nlua5.1 -e 'io.write(require(\"velconfig\"):get(\"wifiSsid\").ssid)'")
+    status, out = h.shell(exports .. "\n" .. quote(os.getenv("VELCONFIG_LUA")) ..
+      " -e 'io.write(require(\"velconfig\"):get(\"wifiSsid\").ssid)'")
     assert.are.same({ 0, "Second" }, { status, out })
   end)
 

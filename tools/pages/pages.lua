@@ -118,10 +118,11 @@ function M.handler(opts)
       elseif lower == "content-type" then
         ctype = value
       else
+        if lower == "location" then status = status or 302 end
         headers[field] = value
       end
     end
-    status = status or (headers.Location and 302 or 200)
+    status = status or 200
     ctype = ctype or "text/html; charset=utf-8"
     if ctype:lower():find("^text/html") and body ~= "" then body = with_reload(body) end
     return status, ctype, body, headers

@@ -95,7 +95,8 @@ describe("the velconfig tool", function()
     assert.matches("(string expected for field 'wifi_2G_auth', got nil)", err, 1, true)
     for _, c in ipairs({
       { { "get", "allinfo" }, "no such key: allinfo (did you mean allInfo?)" },
-      { { "get", "reboot" }, "no such key: reboot (velconfig keys lists them)" },
+      { { "get", "reboot" }, "no such key: reboot (it is a set key: velconfig set reboot)" },
+      { { "get", "nothing-like-it" }, "no such key: nothing-like-it (velconfig keys lists them)" },
       { { "set", "wifibasic", "a=1" }, "no such key: wifibasic (did you mean wifiBasic?)" },
       { { "help", "wifiBsic" }, "no such key: wifiBsic (did you mean wifiBasic?)" },
     }) do

@@ -135,6 +135,12 @@ else()
   if(VELCONFIG_GATEWAY_CATALOGUE)
     install(FILES ${VELCONFIG_GATEWAY_CATALOGUE} DESTINATION ${VELCONFIG_INSTALL_SHARE} RENAME keys.json)
   endif()
+  # What the archive needs from the gateway, read from the module as built.
+  add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/gateway-needs.txt
+                     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/package/gateway_needs.sh $<TARGET_FILE:velconfig>
+                             ${PROJECT_VERSION} ${CMAKE_INSTALL_PREFIX}/${VELCONFIG_INSTALL_CMODDIR} > gateway-needs.txt
+                     DEPENDS velconfig tools/package/gateway_needs.sh COMMENT "Listing what the module needs from the gateway")
+  add_custom_target(velconfig_gateway_needs ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/gateway-needs.txt)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/gateway-needs.txt DESTINATION ${VELCONFIG_INSTALL_SHARE})
   set(CPACK_GENERATOR TGZ)
   set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)

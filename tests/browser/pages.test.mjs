@@ -49,6 +49,13 @@ function apiGet(key) {
   });
 }
 
+// The status of a plain request, with the headers given.
+function status(path, headers = {}) {
+  return new Promise((resolve, reject) => {
+    http.get(new URL(path, base), { headers }, (res) => { res.resume(); resolve(res.statusCode); }).on("error", reject);
+  });
+}
+
 // A page of the folder with everything that goes wrong in it collected; expected:
 // statuses of 400 and over the scenario provokes.
 async function open(path, expected = []) {
@@ -141,4 +148,11 @@ test("a page that raises: 500 with its traceback, file and line first, in the br
   assert.ok(terminal.includes("500 wifi.lua: " + first + "\nstack traceback:"), terminal);
   assert.equal((await apiGet("wifiSsid")).ssid, "Attic & Garden");
   await done();
+});
+
+test("the folder and the console under /velconfig/ keep the console's rules: the token, and no other origin", async () => {
+  const auth = { Authorization: "Token " + token };
+  assert.deepEqual(await Promise.all([status("/overview.lua"), status("/velconfig/api/get/hasWiFi"),
+    status("/overview.lua", { ...auth, Origin: "http://127.0.0.1:1" }), status("/overview.lua", auth)]),
+  [403, 403, 403, 200]);
 });

@@ -17,9 +17,9 @@ velconfig $version for the gateway needs from the gateway:
   (its #! line; the tool reads and writes JSON with its own velconfig_json.lua);
 - the uci command on the web server's PATH (LOID registration hold-off);
 - these shared libraries:
-$(printf '    %s\n' $libraries)
+$(sed 's/^/    /' <<<"$libraries")
 - from libcapi3.so, the platform library, these $(echo "$operations" | wc -l) operations:
-$(printf '    %s\n' $operations)
+$(sed 's/^/    /' <<<"$operations")
 
 The archive leaves out what needs a PC: the simulator, import and serve (the web
 console and page server). velconfig get, set, dump, run, env, keys and help work.

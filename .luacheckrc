@@ -10,3 +10,10 @@ max_line_length = false
 -- The suites run under busted, which provides describe/it/assert/spy and friends.
 files["tests/*_test.lua"] = { std = "+busted" }
 files["tests/real_uci/*_test.lua"] = { std = "+busted" }
+
+-- The page runner hands a page uhttpd's globals, takes its handle_request and gives
+-- it the arg lua would; `velconfig run` gives a script its arg the same way.
+files["tools/pages/page_runner.lua"] = { globals = { "uhttpd", "handle_request", "arg" } }
+files["tools/velconfig_run.lua"] = { globals = { "arg" } }
+-- Example pages: a handler page defines handle_request and calls uhttpd.
+files["examples/pages/*.lua"] = { globals = { "handle_request" }, read_globals = { "uhttpd" } }

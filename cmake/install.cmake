@@ -48,7 +48,8 @@ velconfig_configure_installed_tool()
 
 set(VELCONFIG_LIBRARY_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 install(PROGRAMS ${CMAKE_CURRENT_BINARY_DIR}/install/velconfig DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(FILES tools/velconfig_json.lua tools/velconfig_dump.lua DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
+install(FILES tools/velconfig_json.lua tools/velconfig_dump.lua tools/velconfig_run.lua tools/velconfig_usage.lua
+        DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
 install(TARGETS velconfig LIBRARY DESTINATION ${VELCONFIG_INSTALL_CMODDIR} PERMISSIONS ${VELCONFIG_LIBRARY_PERMISSIONS})
 
 if(VELCONFIG_PLATFORM STREQUAL "sim")
@@ -57,10 +58,11 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
   velconfig_relative(cmod_to_priv ${VELCONFIG_INSTALL_CMODDIR} ${VELCONFIG_INSTALL_PRIVLIB})
   set_target_properties(velconfig PROPERTIES INSTALL_RPATH "$ORIGIN/${cmod_to_priv}")
   set_target_properties(velconfig_simctl PROPERTIES INSTALL_RPATH "$ORIGIN")
-  install(TARGETS velconfig_sim velconfig_simctl velconfig_http
+  install(TARGETS velconfig_sim velconfig_simctl velconfig_http velconfig_pages
           LIBRARY DESTINATION ${VELCONFIG_INSTALL_PRIVLIB} PERMISSIONS ${VELCONFIG_LIBRARY_PERMISSIONS})
   install(TARGETS uci RUNTIME DESTINATION ${VELCONFIG_INSTALL_UCIDIR})
-  install(FILES tools/console/console.lua tools/velconfig_import.lua tools/velconfig_event.lua
+  install(FILES tools/console/console.lua tools/velconfig_import.lua tools/velconfig_event.lua tools/pages/pages.lua
+                tools/pages/page_runner.lua
           DESTINATION ${VELCONFIG_INSTALL_SHARE}/lua)
   install(FILES web/index.html web/console.css web/console.js web/favicon.svg DESTINATION ${VELCONFIG_INSTALL_SHARE}/web)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/keys.json sim/default_model.json DESTINATION ${VELCONFIG_INSTALL_SHARE})
@@ -77,7 +79,11 @@ if(VELCONFIG_PLATFORM STREQUAL "sim")
           RENAME velconfig)
 
   # The manual page, compressed without a time stamp as Debian keeps them.
-  configure_file(tools/velconfig.1 ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1 @ONLY)
+  # Generated from the source of --help, so that both say the same.
+  add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1
+                     COMMAND ${VELCONFIG_LUA_FOR_TOOLS} ${CMAKE_CURRENT_SOURCE_DIR}/tools/velconfig_usage.lua
+                             ${PROJECT_VERSION} > velconfig.1
+                     DEPENDS tools/velconfig_usage.lua COMMENT "Generating the manual page")
   add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1.gz
                      COMMAND gzip -9 -n -c velconfig.1 > velconfig.1.gz
                      DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/velconfig.1 COMMENT "Compressing the manual page")
@@ -133,6 +139,13 @@ else()
   if(VELCONFIG_GATEWAY_CATALOGUE)
     install(FILES ${VELCONFIG_GATEWAY_CATALOGUE} DESTINATION ${VELCONFIG_INSTALL_SHARE} RENAME keys.json)
   endif()
+  # What the archive needs from the gateway, read from the module as built.
+  add_custom_command(OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/gateway-needs.txt
+                     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/tools/package/gateway_needs.sh $<TARGET_FILE:velconfig>
+                             ${PROJECT_VERSION} ${CMAKE_INSTALL_PREFIX}/${VELCONFIG_INSTALL_CMODDIR} > gateway-needs.txt
+                     DEPENDS velconfig tools/package/gateway_needs.sh COMMENT "Listing what the module needs from the gateway")
+  add_custom_target(velconfig_gateway_needs ALL DEPENDS ${CMAKE_CURRENT_BINARY_DIR}/gateway-needs.txt)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/gateway-needs.txt DESTINATION ${VELCONFIG_INSTALL_SHARE})
   set(CPACK_GENERATOR TGZ)
   set(CPACK_INCLUDE_TOPLEVEL_DIRECTORY OFF)
   set(CPACK_SET_DESTDIR ON)

@@ -15,9 +15,17 @@ namespace velconfig {
 
 namespace {
 
-[[noreturn]] void throw_not_text(lua_State* L, int type) {
+// The library's own wording, with the field named when there is one, so that a page
+// author sees which field of the table was missing. Built in a plain array: the text
+// is raised from the entry point's frame once nothing with a destructor is alive.
+[[noreturn]] void throw_not_text(lua_State* L, int type, const char* field) {
   char text[128];
-  snprintf(text, sizeof text, "%s expected, got %s", lua_typename(L, LUA_TSTRING), lua_typename(L, type));
+  if (field != nullptr) {
+    snprintf(text, sizeof text, "%s expected for field '%s', got %s", lua_typename(L, LUA_TSTRING), field,
+             lua_typename(L, type));
+  } else {
+    snprintf(text, sizeof text, "%s expected, got %s", lua_typename(L, LUA_TSTRING), lua_typename(L, type));
+  }
   throw LuaArgError(text);
 }
 
@@ -41,7 +49,7 @@ FieldRead read_field_text(lua_State* L, const char* name, char* buf, int32_t cap
   int type = lua_type(L, -1);
   if (type != LUA_TSTRING && type != LUA_TNUMBER) {
     lua_pop(L, 1);
-    throw_not_text(L, type);
+    throw_not_text(L, type, name);
   }
   size_t length = 0;
   const char* value = lua_tolstring(L, -1, &length);
@@ -77,7 +85,7 @@ SecretText read_table_secret(lua_State* L, const char* name, char* buf, int32_t 
 
 TopText read_top_text(lua_State* L) {
   int type = lua_type(L, -1);
-  if (type != LUA_TSTRING && type != LUA_TNUMBER) throw_not_text(L, type);
+  if (type != LUA_TSTRING && type != LUA_TNUMBER) throw_not_text(L, type, nullptr);
   TopText top;
   top.text = lua_tolstring(L, -1, &top.length);
   top.clean = clean_text(top.text, top.length);

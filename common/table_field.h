@@ -17,7 +17,8 @@ namespace velconfig {
 // would split, so what is copied is UTF-8 too. Cut at exactly capacity it has no
 // terminator of its own (the caller's zero-cleared buffer, one longer, supplies it).
 // A number counts as its text. Any other value throws LuaArgError carrying
-// luaL_checklstring's own complaint; indexing raises as lua_getfield does. Stack
+// luaL_checklstring's own complaint with the field named ("string expected for field
+// 'dhcpEnbl', got nil"); indexing raises as lua_getfield does. Stack
 // unchanged. Call only from within a handler.
 [[nodiscard]] bool read_table_field(lua_State* L, const char* name, char* buf, int32_t capacity);
 

@@ -18,8 +18,8 @@
 //    function's failure result.
 //  * An argument error found in C++ (a table field that is not text) travels as a
 //    LuaArgError exception to the handler's guard inside the protected call; the
-//    entry point raises it once everything is released, with exactly the message
-//    the Lua library gives.
+//    entry point raises it once everything is released, in the Lua library's
+//    wording with the field named (docs/hardening.md).
 //  * No exception leaves an extern "C" function or a lua_CFunction.
 #pragma once
 

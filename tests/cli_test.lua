@@ -49,14 +49,60 @@ describe("the velconfig tool", function()
     assert.are.equal("", quiet)
   end)
 
-  it("reports a Lua error on stderr with status 1, naming the field a write missed", function()
+  it("runs a page author's script on the chosen gateway, and env points any other lua at it", function()
+    local page = os.tmpname()
+    local f = assert(io.open(page, "w"))
+    f:write([[
+      local v = require "velconfig"
+      io.write(v:set("wifiBasic", { wifi_dualBand = "0", wifi_2G_enbl = "1", wifi_2G_ssid = arg[1], wifi_2G_auth = "WPA2",
+                                     wifi_2G_passwd = "page-1234", wifi_2G_strength = "2" }), " ", select(2, ...), "\n")
+      if arg[2] == "fail" then v:set("lan", { dhcpEnbl = "1" }) end
+    ]])
+    f:close()
+    local status, out = run(state, "run", page, "From-a-page", "ok")
+    assert.are.same({ 0, "0 ok\n" }, { status, out })
+    assert.are.equal("From-a-page", cjson.decode((select(2, run(state, "get", "wifiSsid")))).ssid)
+    local err
+    status, out, err = run(state, "run", page, "Second", "fail")
+    os.remove(page)
+    assert.are.same({ 1, "0 fail\n" }, { status, out })
+    assert.matches("^velconfig run: [^\n]*:4: bad argument #%-?%d+ to '[^']+' %(string expected for field 'oldLanIp', got nil%)\n" ..
+      "stack traceback:\n", err)
+    local _, exports = run(state, "env")
+    status, out = h.shell(exports .. "\n" .. quote(os.getenv("VELCONFIG_LUA")) ..
+      " -e 'io.write(require(\"velconfig\"):get(\"wifiSsid\").ssid)'")
+    assert.are.same({ 0, "Second" }, { status, out })
+  end)
+
+  it("runs the README's first example as written", function()
+    local readme = assert(io.open(os.getenv("VELCONFIG_SOURCE_DIR") .. "/README.md")):read("*a")
+    local page = os.tmpname()
+    local f = assert(io.open(page, "w"))
+    f:write((assert(readme:match("```lua\n(.-)```"))))
+    f:close()
+    local status, out, err = run(state, "run", page)
+    os.remove(page)
+    assert.are.same({ 0, "CONNECTED\t6 devices\n0\n", "" }, { status, out, err })
+    assert.are.equal("Home", cjson.decode((select(2, run(state, "get", "wifiSsid")))).ssid)
+  end)
+
+  it("names what a page author got wrong: the field a write missed (status 1), a key that does not exist (status 2)", function()
     local status, out, err = run(state, "set", "lan", "dhcpEnbl=1")
     assert.are.same({ 1, "" }, { status, out })
-    assert.are.equal("velconfig: " .. h.library_set_error("string expected, got nil") .. "\n" ..
-      "velconfig: set lan needs the field oldLanIp; it reads table: dhcpEnbl, oldLanIp, lanIp, poolStart, poolEnd, " ..
-      "subnetMask (velconfig help lan)\n", err)
+    assert.are.equal("velconfig: " .. h.library_set_error("string expected for field 'oldLanIp', got nil") .. "\n" ..
+      "velconfig: velconfig help lan says what each field of lan takes\n", err)
     err = select(3, run(state, "set", "wifiBasic", "wifi_dualBand=0", "wifi_2G_enbl=1", "wifi_2G_ssid=X"))
-    assert.matches("needs the field wifi_2G_auth;", err, 1, true)
+    assert.matches("(string expected for field 'wifi_2G_auth', got nil)", err, 1, true)
+    for _, c in ipairs({
+      { { "get", "allinfo" }, "no such key: allinfo (did you mean allInfo?)" },
+      { { "get", "reboot" }, "no such key: reboot (it is a set key: velconfig set reboot)" },
+      { { "get", "nothing-like-it" }, "no such key: nothing-like-it (velconfig keys lists them)" },
+      { { "set", "wifibasic", "a=1" }, "no such key: wifibasic (did you mean wifiBasic?)" },
+      { { "help", "wifiBsic" }, "no such key: wifiBsic (did you mean wifiBasic?)" },
+    }) do
+      status, out, err = run(state, unpack(c[1]))
+      assert.are.same({ 2, "", "velconfig: " .. c[2] .. "\n" }, { status, out, err })
+    end
   end)
 
   it("helps from the key catalogue without touching the gateway", function()
@@ -69,6 +115,7 @@ describe("the velconfig tool", function()
       { { "help", "checkTAPasswd" }, 0, "velconfig set checkTAPasswd --text TEXT\n" },
       { { "help", "wifiBasic" }, 0, "velconfig set wifiBasic NAME=VALUE ...\n  input:     table: wifi_dualBand" },
       { { "help", "nosuch" }, 2, "" },
+      { { "help", "wifiBasic" }, 0, "    wifi_5G_enbl\n" },
     }
     for _, c in ipairs(cases) do
       local status, out = run(state, unpack(c[1]))
@@ -125,12 +172,12 @@ describe("the velconfig tool", function()
     assert.are.same({ 0, "0\n", "velconfig[5]: 登录网关普通WEB成功。\n" }, { status, result, log })
   end)
 
-  it("answers usage errors with the usage and status 2", function()
-    for _, args in ipairs({ {}, { "get" }, { "frob", "x" }, { "get", "k", "1", "2", "3" }, { "set", "k", "novalue" } }) do
+  it("answers a usage error with one line, a pointer to --help and status 2", function()
+    for _, args in ipairs({ {}, { "get" }, { "frob", "x" }, { "get", "k", "1", "2", "3" }, { "set", "k", "novalue" },
+                            { "run" }, { "serve", "--pages" } }) do
       local status, out, err = run(state, unpack(args))
-      assert.are.equal(2, status)
-      assert.are.equal("", out)
-      assert.matches("usage: velconfig", err, 1, true)
+      assert.are.same({ 2, "" }, { status, out })
+      assert.matches("^velconfig: [^\n]+; see velconfig %-%-help\n$", err)
     end
   end)
 

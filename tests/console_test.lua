@@ -51,7 +51,7 @@ describe("the console API", function()
     assert.are.same({ 400, "the body is not JSON" }, { status, body.error })
     status, body = api("POST", "/api/set/lan", { body = '{"dhcpEnbl":true}' })
     assert.are.equal(400, status)
-    assert.are.equal(h.library_set_error("string expected, got boolean"), body.error)
+    assert.are.equal(h.library_set_error("string expected for field 'dhcpEnbl', got boolean"), body.error)
     assert.are.equal(400, (api("POST", "/api/set/lan", { body = "[1,2]" })))
   end)
 

@@ -51,6 +51,6 @@ describe("ddns", function()
     assert.are.equal(-8, v:set("ddns", req()))
     assert.are.equal(1, v:get("ddns").count)
     -- the read's key "password" is not the write's "passwd"
-    assert.matches(h.field_error("nil"), h.set_error("ddns", req { passwd = false, password = "x" }))
+    assert.matches(h.field_error("nil", "passwd"), h.set_error("ddns", req { passwd = false, password = "x" }))
   end)
 end)

@@ -139,11 +139,13 @@ function M.library_set_error(message, without_input)
   return M.without_position(err)
 end
 
--- The field reader's complaint about a field that is not text, as luaL_checklstring
--- words it, as a pattern of the whole message.
+-- The field reader's complaint about field that is not text, in luaL_checklstring's
+-- wording with the field named (nil: a text input, which has no field), as a pattern
+-- of the whole message.
 -- without_input: the call gave the key only (the field is then looked up on it).
-function M.field_error(got, without_input)
-  return "^" .. M.library_set_error("string expected, got " .. got, without_input):gsub("%p", "%%%0") .. "$"
+function M.field_error(got, field, without_input)
+  local message = field and ("string expected for field '" .. field .. "', got " .. got) or ("string expected, got " .. got)
+  return "^" .. M.library_set_error(message, without_input):gsub("%p", "%%%0") .. "$"
 end
 
 return M

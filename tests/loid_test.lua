@@ -192,7 +192,7 @@ io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
       h.calls("ZoVelGetWLANDeviceObjs") })
     uci_calls()
     h.sim.clear_journal()
-    assert.matches(h.field_error("nil"), h.set_error("setloid", loid { hasWiFi = false }))
+    assert.matches(h.field_error("nil", "hasWiFi"), h.set_error("setloid", loid { hasWiFi = false }))
     assert.are.same({ {}, {} }, { uci_calls(), stored() })
   end)
 

@@ -85,7 +85,7 @@ describe("storage", function()
     it("answers 1 without a match and the platform's code otherwise; needs newLabel before any disk is read", function()
       assert.are.equal(1, v:set("usbModifyLabel", { instno = "9", newLabel = "x" }))
       assert.are.equal(1, v:set("usbModifyLabel", { instno = "1", newLabel = "x" })) -- the hub is no disk
-      assert.matches(h.field_error("nil"), h.set_error("usbModifyLabel", { instno = "9" }))
+      assert.matches(h.field_error("nil", "newLabel"), h.set_error("usbModifyLabel", { instno = "9" }))
       sim.fail("ZoVel_USBSetLabel", -7)
       assert.are.equal(-7, v:set("usbModifyLabel", { instno = "2", newLabel = "x" }))
       sim.fail("ZoVel_GetUSBDeviceObjs", -1)

@@ -94,7 +94,7 @@ describe("a write field that is not a clean text, or no text at all", function()
         for _, bad in ipairs(NOT_TEXT) do
           h.sim.clear_journal()
           local what = key .. " " .. field .. " as " .. bad[1]
-          assert.matches(h.field_error(bad[1]), h.set_error(key, copy_with(input, field, bad[2])), what)
+          assert.matches(h.field_error(bad[1], field), h.set_error(key, copy_with(input, field, bad[2])), what)
           assert.are.same(UNTOUCHED, h.ops(), what)
         end
       end

@@ -104,7 +104,7 @@ describe("wifiBasic band procedure", function()
     -- without an input the 2.4 GHz fields are looked up on the key text
     local ok, no_input = pcall(function() return v:set("wifiBasic") end)
     assert.is_false(ok)
-    assert.matches(h.field_error("nil", true), h.without_position(no_input))
+    assert.matches(h.field_error("nil", "wifi_2G_enbl", true), h.without_position(no_input))
   end)
 
   it("a band switched off reads nothing else and changes only enable; no dual band leaves 5 GHz alone", function()
@@ -269,7 +269,7 @@ describe("wifiAdv", function()
     assert.are.same({ 2, "8:5", "06:30:0", "DAY" }, { w.enable, w.start_time, w.end_time, w.repeat_mode })
     assert.are.same({ 2, "08:05", "06:30:0" }, { v:get("wifiAdv").timerEnbl, v:get("wifiAdv").startTime,
       v:get("wifiAdv").endTime })
-    assert.matches(h.field_error("nil"), h.set_error("wifiAdv", { wifi_timing = "1", start_time = "1:00" }))
+    assert.matches(h.field_error("nil", "end_time"), h.set_error("wifiAdv", { wifi_timing = "1", start_time = "1:00" }))
     assert.are.equal(1, #written())
     -- a failed timer read writes nothing; a failed write leaves the timer as it was
     h.sim.fail("ZoVelGetWiFiTimer", -9, 1)

@@ -31,7 +31,7 @@ const api = {
     if (a1 !== undefined && a1 !== null) q.set("a1", a1);
     if (a2 !== undefined && a2 !== null) q.set("a2", a2);
     const qs = q.toString();
-    return (await request("/api/get/" + encodeURIComponent(key) + (qs ? "?" + qs : ""))).answer;
+    return (await request("api/get/" + encodeURIComponent(key) + (qs ? "?" + qs : ""))).answer;
   },
   // A read key that changes the gateway (a folder made, a file deleted): POST only.
   async act(key, a1, a2) {
@@ -39,18 +39,18 @@ const api = {
     if (a1 !== undefined && a1 !== null) args.a1 = a1;
     if (a2 !== undefined && a2 !== null) args.a2 = a2;
     const init = { method: "POST", headers: { "Content-Type": "application/json" }, body: JSON.stringify(args) };
-    return (await request("/api/get/" + encodeURIComponent(key), init)).answer;
+    return (await request("api/get/" + encodeURIComponent(key), init)).answer;
   },
   async set(key, input) {
     const init = { method: "POST", headers: { "Content-Type": "application/json" } };
     if (input !== undefined) init.body = JSON.stringify(input);
-    return (await request("/api/set/" + encodeURIComponent(key), init)).result;
+    return (await request("api/set/" + encodeURIComponent(key), init)).result;
   },
 };
 
 // The key catalogue, loaded once: the explorer's list and the words for results.
 let catalogue = [];
-const catalogueLoaded = request("/api/keys").then((list) => {
+const catalogueLoaded = request("api/keys").then((list) => {
   catalogue = Array.isArray(list) ? list : [];
 }).catch(() => {});
 
@@ -574,6 +574,8 @@ function describeKey() {
   $("#key-doc").textContent = k.call + " " + k.key + ": " + (k.args ? "arguments: " + k.args + ". " : "") +
     (k.fields ? (k.call === "set" ? "results: " : "answer: ") + k.fields + ". " : "") +
     (k.changes ? "Changes the gateway." : "Changes nothing.");
+  // What each argument or field means and accepts, from the key catalogue.
+  $("#key-fields").replaceChildren(...(k.explain || []).flatMap((f) => [el("dt", {}, f.name), el("dd", {}, f.text)]));
 }
 
 async function callKey(event) {

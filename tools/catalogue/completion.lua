@@ -33,22 +33,26 @@ _velconfig() {
   case $prev in
     --state) COMPREPLY=($(compgen -f -- "$cur")); return ;;
     --port) return ;;
+    --pages) COMPREPLY=($(compgen -d -- "$cur")); return ;;
   esac
   if [[ -z $command ]]; then
-    COMPREPLY=($(compgen -W "get set dump import serve event play keys help -v --state --help --version" -- "$cur"))
+    COMPREPLY=($(compgen -W "get set dump import serve run env event play keys help -v --state --help --version" -- "$cur"))
   elif ((COMP_CWORD == at + 1)); then
     case $command in
       get) COMPREPLY=($(compgen -W "GET_KEYS" -- "$cur")) ;;
       set) COMPREPLY=($(compgen -W "SET_KEYS" -- "$cur")) ;;
       help) COMPREPLY=($(compgen -W "ALL_KEYS" -- "$cur")) ;;
-      serve) COMPREPLY=($(compgen -W "--port --state --no-token" -- "$cur")) ;;
+      serve) COMPREPLY=($(compgen -W "--pages --port --state --no-token" -- "$cur")) ;;
+      run) COMPREPLY=($(compgen -f -- "$cur")) ;;
       dump) COMPREPLY=($(compgen -W "--with-secrets" -- "$cur")) ;;
       import) COMPREPLY=($(compgen -f -- "$cur")) ;;
       event) COMPREPLY=($(compgen -W "EVENT_NAMES --help" -- "$cur")) ;;
       play) COMPREPLY=($(compgen -f -W "--no-wait" -- "$cur")) ;;
     esac
   elif [[ $command == serve ]]; then
-    COMPREPLY=($(compgen -W "--port --state" -- "$cur"))
+    COMPREPLY=($(compgen -W "--pages --port --state --no-token" -- "$cur"))
+  elif [[ $command == run ]]; then
+    COMPREPLY=($(compgen -f -- "$cur"))
   elif [[ $command == set ]] && ((COMP_CWORD == at + 2)); then
     COMPREPLY=($(compgen -W "--text" -- "$cur"))
   fi

@@ -1,7 +1,8 @@
 -- The key tables of docs/keys.md, written from the key catalogue (build/keys.json):
 --   lua5.1 tools/catalogue/keys_table.lua build/keys.json                 print them
 --   lua5.1 tools/catalogue/keys_table.lua build/keys.json docs/keys.md    replace them
--- The tables sit between the "keys:begin" and "keys:end" comment lines.
+-- The tables, and each key's arguments or fields explained, sit between the
+-- "keys:begin" and "keys:end" comment lines.
 local cjson = require "cjson"
 
 local function tables(catalogue)
@@ -21,6 +22,15 @@ local function tables(catalogue)
       end
     end
     out[#out + 1] = ""
+  end
+  -- What each argument or field means and accepts.
+  out[#out + 1] = "## Arguments and fields\n"
+  for _, k in ipairs(catalogue) do
+    if k.explain and k.explain[1] then
+      out[#out + 1] = "### " .. k.call .. " " .. k.key .. "\n"
+      for _, f in ipairs(k.explain) do out[#out + 1] = "- `" .. f.name .. "`: " .. f.text end
+      out[#out + 1] = ""
+    end
   end
   return table.concat(out, "\n")
 end

@@ -11,7 +11,7 @@ local M = {}
 local PAGE_TYPES = { html = "text/html; charset=utf-8", css = "text/css; charset=utf-8",
                      js = "text/javascript; charset=utf-8", png = "image/png", svg = "image/svg+xml" }
 
-local function loopback_host(host)
+function M.loopback_host(host)
   if type(host) ~= "string" then return false end
   local name, port = host:match("^([^:]+):?(%d*)$")
   if not name then return false end
@@ -34,7 +34,7 @@ end
 
 -- Compares a presented token with the session's in time that does not depend on
 -- where they first differ.
-local function same_secret(given, secret)
+function M.same_secret(given, secret)
   if type(given) ~= "string" or #given ~= #secret then return false end
   local differ = 0
   for i = 1, #secret do
@@ -45,7 +45,7 @@ end
 
 -- The cookie carries the port: cookies are shared by every port of a host, and two
 -- consoles on one machine must not overwrite each other's.
-local function cookie_name(host)
+function M.cookie_name(host)
   return "velconfig_token_" .. (host:match(":(%d+)$") or "80")
 end
 
@@ -60,12 +60,35 @@ end
 -- Why a request must be refused as coming from another page, or nil. Browsers send
 -- Sec-Fetch-Site on every request and Origin on every POST; a page on another port
 -- of this host is "same-site", and would carry the cookie, so it is refused too.
-local function foreign(headers)
+function M.foreign(headers)
   local site = headers["sec-fetch-site"]
   if site == "cross-site" or site == "same-site" then return "requests from other sites are refused" end
   local origin = headers.origin
   if origin ~= nil and origin ~= "http://" .. headers.host then
     return "requests from other origins are refused (" .. origin .. ")"
+  end
+  return nil
+end
+
+local same_secret, cookie_name, foreign = M.same_secret, M.cookie_name, M.foreign
+
+-- Whether the request carries the session's token: "Authorization: Token ...",
+-- ?token= or the cookie. No token (nil) lets every request through.
+function M.authorised(token, req, headers)
+  if token == nil then return true end
+  local scheme, given = (headers.authorization or ""):match("^%s*(%a+)%s+(%S+)%s*$")
+  if scheme and scheme:lower() == "token" and same_secret(given, token) then return true end
+  return same_secret(req.query.token, token) or same_secret(cookie_value(headers.cookie, cookie_name(headers.host)), token)
+end
+
+-- Why a request must be refused before anything answers it (not to the loopback
+-- address, from another site, without the token), or nil.
+function M.refusal(token, req, headers)
+  if not M.loopback_host(headers.host) then return "only requests to the loopback address are answered" end
+  local why = foreign(headers)
+  if why then return why end
+  if not M.authorised(token, req, headers) then
+    return "no access token: open the address velconfig serve printed"
   end
   return nil
 end
@@ -79,7 +102,8 @@ end
 
 -- opts: velconfig (the module), json (tools/velconfig_json.lua), cjson, web_dir,
 -- catalogue (a list of key descriptions), token (the session's secret; nil serves
--- the API to anyone who can reach the port).
+-- the API to anyone who can reach the port), base (the path the console is served
+-- under, "/" unless a page folder is served beside it).
 function M.handler(opts)
   local velconfig, json, cjson, token = opts.velconfig, opts.json, opts.cjson, opts.token
   -- Read keys that change the gateway are served on POST only, so that no link,
@@ -95,12 +119,6 @@ function M.handler(opts)
   end
   local function fail(status, message, headers) return answer(status, { error = message }, headers) end
 
-  local function authorised(req, headers)
-    if token == nil then return true end
-    local scheme, given = (headers.authorization or ""):match("^%s*(%a+)%s+(%S+)%s*$")
-    if scheme and scheme:lower() == "token" and same_secret(given, token) then return true end
-    return same_secret(req.query.token, token) or same_secret(cookie_value(headers.cookie, cookie_name(headers.host)), token)
-  end
 
   -- The page calls the module with method syntax, so that argument errors read as
   -- they read on the gateway.
@@ -163,7 +181,7 @@ function M.handler(opts)
   local function api(req, headers, path)
     local refusal = foreign(headers)
     if refusal then return fail(403, refusal) end
-    if not authorised(req, headers) then
+    if not M.authorised(token, req, headers) then
       return fail(403, "no access token: open the console at the address velconfig serve printed")
     end
     if req.method == "POST" and not json_type(headers["content-type"]) then
@@ -203,7 +221,7 @@ function M.handler(opts)
   return function(req)
     local headers = req.headers or {}
     req.query = req.query or {}
-    if not loopback_host(headers.host) then return fail(403, "only requests to the loopback address are answered") end
+    if not M.loopback_host(headers.host) then return fail(403, "only requests to the loopback address are answered") end
     local path = req.path or ""
     if path:sub(1, 5) == "/api/" then return api(req, headers, path) end
     if req.method == "GET" then
@@ -211,7 +229,7 @@ function M.handler(opts)
       -- origin's own requests carry, and drops it from the address bar.
       if token ~= nil and same_secret(req.query.token, token) then
         return 303, "text/plain; charset=utf-8", "", {
-          Location = "/",
+          Location = opts.base or "/",
           ["Set-Cookie"] = cookie_name(headers.host) .. "=" .. token .. "; Path=/; HttpOnly; SameSite=Strict",
         }
       end

@@ -3,6 +3,7 @@
 // way the gateway's web server hosts the pages. Each request is handed to a Lua
 // function that answers with a status, a content type, a body and optional headers.
 #include <arpa/inet.h>
+#include <ctype.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -50,10 +51,13 @@ void log_until_serving(void*, const char* format, va_list args) {
 
 void on_stop_signal(int) { stop_requested = 1; }
 
-// What one request has received of its body so far.
+// One request: its address as the client sent it (with the query) and what it has
+// received of its body so far.
 struct Upload {
+  char* uri;
   char* data;
   size_t size;
+  bool started;
   bool too_large;
 };
 
@@ -65,26 +69,48 @@ struct Server {
 void free_upload(void*, struct MHD_Connection*, void** con_cls, enum MHD_RequestTerminationCode) {
   Upload* upload = static_cast<Upload*>(*con_cls);
   if (upload != nullptr) {
+    free(upload->uri);
     free(upload->data);
     free(upload);
   }
   *con_cls = nullptr;
 }
 
+// libmicrohttpd hands the address on to the handler without its query; this keeps
+// it whole for the handler (a CGI page's QUERY_STRING, REQUEST_URI).
+void* keep_uri(void*, const char* uri, struct MHD_Connection*) {
+  Upload* upload = static_cast<Upload*>(calloc(1, sizeof(Upload)));
+  if (upload != nullptr && uri != nullptr) upload->uri = strdup(uri);
+  return upload;
+}
+
+// The handler's own value for a header, or null. A handler gives "" to leave out one
+// of the headers sent with every answer (a page folder's pages run their own scripts).
+const char* handler_header(lua_State* L, int extra, const char* name) {
+  if (L == nullptr || extra == 0 || lua_type(L, extra) != LUA_TTABLE) return nullptr;
+  lua_getfield(L, extra, name);
+  const char* value = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : nullptr;
+  lua_pop(L, 1);  // the value stays alive in the handler's table
+  return value;
+}
+
 // Queues an answer. extra is the index of the handler's header table on L's stack,
-// or 0; its string pairs are added as they are (lua_next and string reads raise no
-// error, so this runs outside any protected call).
+// or 0; its string pairs are added as they are, an empty value left out (lua_next
+// and string reads raise no error, so this runs outside any protected call).
 MHD_Result send_text(struct MHD_Connection* connection, unsigned int status, const char* type,
                      const char* body, size_t size, lua_State* L = nullptr, int extra = 0) {
   struct MHD_Response* response =
       MHD_create_response_from_buffer(size, const_cast<char*>(body), MHD_RESPMEM_MUST_COPY);
   if (response == nullptr) return MHD_NO;
   MHD_add_response_header(response, "Content-Type", type);
-  for (const auto& header : kSecurityHeaders) MHD_add_response_header(response, header[0], header[1]);
+  for (const auto& header : kSecurityHeaders) {
+    if (handler_header(L, extra, header[0]) == nullptr)
+      MHD_add_response_header(response, header[0], header[1]);
+  }
   if (L != nullptr && extra != 0 && lua_type(L, extra) == LUA_TTABLE) {
     lua_pushnil(L);
     while (lua_next(L, extra) != 0) {
-      if (lua_type(L, -2) == LUA_TSTRING && lua_type(L, -1) == LUA_TSTRING)
+      if (lua_type(L, -2) == LUA_TSTRING && lua_type(L, -1) == LUA_TSTRING && lua_objlen(L, -1) > 0)
         MHD_add_response_header(response, lua_tostring(L, -2), lua_tostring(L, -1));
       lua_pop(L, 1);
     }
@@ -102,6 +128,30 @@ void push_header(lua_State* L, struct MHD_Connection* connection, enum MHD_Value
   lua_setfield(L, -2, field);
 }
 
+// Adds one request header to the table on top under its lower-case name; a header
+// sent twice is joined with ", " as HTTP allows.
+MHD_Result add_header(void* cls, enum MHD_ValueKind, const char* name, const char* value) {
+  lua_State* L = static_cast<lua_State*>(cls);
+  char lower[128];
+  size_t length = name != nullptr ? strlen(name) : sizeof lower;
+  if (value == nullptr || length >= sizeof lower) return MHD_YES;  // no header name is that long
+  for (size_t i = 0; i <= length; ++i)
+    lower[i] = static_cast<char>(tolower(static_cast<unsigned char>(name[i])));
+  lua_pushstring(L, lower);
+  lua_pushvalue(L, -1);
+  lua_rawget(L, -3);
+  if (lua_isstring(L, -1)) {
+    lua_pushliteral(L, ", ");
+    lua_pushstring(L, value);
+    lua_concat(L, 3);
+  } else {
+    lua_pop(L, 1);
+    lua_pushstring(L, value);
+  }
+  lua_rawset(L, -3);
+  return MHD_YES;
+}
+
 // Builds the request table and calls the handler under lua_pcall; the answer (or a
 // 500 for a handler error) is queued. Nothing here lets a Lua error escape.
 int call_handler(lua_State* L) {
@@ -116,23 +166,17 @@ int call_handler(lua_State* L) {
   lua_setfield(L, -2, "method");
   lua_pushstring(L, url);
   lua_setfield(L, -2, "path");
-  // Only the headers the handler judges a request by, under lower-case names.
+  lua_pushstring(L, upload->uri != nullptr ? upload->uri : url);
+  lua_setfield(L, -2, "uri");
+  // Every header, under its lower-case name.
   lua_newtable(L);
-  static const char* const kHeaders[][2] = {
-      {"Host", "host"},
-      {"Origin", "origin"},
-      {"Sec-Fetch-Site", "sec-fetch-site"},
-      {"Cookie", "cookie"},
-      {"Authorization", "authorization"},
-      {"Content-Type", "content-type"},
-  };
-  for (const auto& header : kHeaders) push_header(L, connection, MHD_HEADER_KIND, header[0], header[1]);
+  MHD_get_connection_values(connection, MHD_HEADER_KIND, add_header, L);
   lua_setfield(L, -2, "headers");
   lua_newtable(L);
   static const char* const kQuery[] = {"a1", "a2", "token"};
   for (const char* name : kQuery) push_header(L, connection, MHD_GET_ARGUMENT_KIND, name, name);
   lua_setfield(L, -2, "query");
-  if (upload != nullptr && upload->data != nullptr) {
+  if (upload->data != nullptr) {
     lua_pushlstring(L, upload->data, upload->size);
   } else {
     lua_pushliteral(L, "");
@@ -146,10 +190,9 @@ MHD_Result on_request(void* cls, struct MHD_Connection* connection, const char* 
                       const char*, const char* upload_data, size_t* upload_size, void** con_cls) {
   Server* server = static_cast<Server*>(cls);
   Upload* upload = static_cast<Upload*>(*con_cls);
-  if (upload == nullptr) {
-    upload = static_cast<Upload*>(calloc(1, sizeof(Upload)));
-    if (upload == nullptr) return MHD_NO;
-    *con_cls = upload;
+  if (upload == nullptr) return MHD_NO;  // keep_uri had no memory for it
+  if (!upload->started) {
+    upload->started = true;
     return MHD_YES;
   }
   if (*upload_size != 0) {
@@ -245,8 +288,8 @@ int l_serve(lua_State* L) {
   struct MHD_Daemon* daemon = MHD_start_daemon(
       MHD_USE_ERROR_LOG | MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, on_request, &server,
       MHD_OPTION_EXTERNAL_LOGGER, log_until_serving, nullptr, MHD_OPTION_SOCK_ADDR, &address,
-      MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr, MHD_OPTION_CONNECTION_LIMIT, limit,
-      MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
+      MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr, MHD_OPTION_URI_LOG_CALLBACK, keep_uri, nullptr,
+      MHD_OPTION_CONNECTION_LIMIT, limit, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
   if (daemon == nullptr) {
     luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
     return luaL_error(L, "cannot listen on 127.0.0.1:%d", static_cast<int>(port));

@@ -64,7 +64,23 @@ check_tree() {
   echo "$api" | lua5.1 -e 'local a = require("cjson").decode(io.read("*a")); assert(a.key == "hasWiFi" and a.answer == 1)' ||
     fail "API answered '$api'"
   [[ $page == *"<html"* ]] || fail "the console's page is missing"
-  echo "install-test ($name): version, get, dump, import, play, event, uci, serve: ok from $bin"
+  # A page author's page: run by the tool, then served from its folder.
+  local pages=$scratch/pages-$name
+  mkdir -p "$pages"
+  printf '%s\n' 'io.write("Content-Type: text/plain\r\n\r\n", require("velconfig"):get("hasWiFi"))' > "$pages/p.lua"
+  out=$("$tool" run "$pages/p.lua") && [[ $out == *$'\r\n\r\n1' ]] || fail "run printed '$out'"
+  "$tool" serve --pages "$pages" --port 0 --no-token > "$scratch/pages-$name.out" 2>&1 &
+  server=$! port=""
+  for _ in $(seq 100); do
+    port=$(sed -n 's|^velconfig pages of .* on http://127.0.0.1:\([0-9]*\)/ .*$|\1|p' "$scratch/pages-$name.out")
+    [ -n "$port" ] && break
+    sleep 0.1
+  done
+  page=$(curl -sf "http://127.0.0.1:$port/p.lua") || true
+  kill "$server"
+  wait "$server" 2> /dev/null || true
+  [ "$page" = 1 ] || fail "serve --pages answered '$page': $(cat "$scratch/pages-$name.out")"
+  echo "install-test ($name): version, get, dump, import, play, event, uci, serve, run, serve --pages: ok from $bin"
 }
 
 # A mount namespace of its own where an empty folder covers the source tree (and the

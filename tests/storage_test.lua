@@ -249,6 +249,10 @@ describe("storage", function()
         { "a NUL in the folder to make", "newFolder", { "/mnt/usb1/new\0/../../x" }, { fileNum = 0 }, {} },
         { "a NUL in the request", "copyMove", { "move|/mnt/usb1/docs|/mnt/usb10\0x|x", "a.txt/" },
           { fileNum = 0, setRes = false }, {} },
+        { "a source folder off the disks", "copyMove", { "move|/elsewhere|/mnt/usb1|x", "x/" }, { setRes = false }, {} },
+        { "'', '.' and '..' to copy", "copyMove", { "copy|/mnt/usb1/docs|/mnt/usb10|x", "/./../" },
+          { fileNum = 0, transId = 0, setRes = true }, {} },
+        { "a disk number beyond 32 bits", "usbFormat", { "4294967298" }, { fileNum = 0 }, {} },
       } do
         h.fresh_root()
         use_disks(standard_disks())

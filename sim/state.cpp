@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -150,8 +151,13 @@ void read_state_file_name() {
   }
 }
 
-// How long a process waits for another one's state lock before it reports it.
-constexpr int kLockWaitMs = 10000;
+// How long a process waits for another one's state lock before it reports it
+// (VELCONFIG_SIM_LOCK_WAIT_MS chooses another bound).
+int lock_wait_ms() {
+  const char* env = getenv("VELCONFIG_SIM_LOCK_WAIT_MS");
+  long ms = env != nullptr ? strtol(env, nullptr, 10) : 0;
+  return ms > 0 && ms < 3600 * 1000 ? static_cast<int>(ms) : 10000;
+}
 
 void close_lock() {
   State& s = state();
@@ -172,14 +178,14 @@ bool lock_state_file() {
   }
   // Bounded: a process that holds the lock for ever (stopped in a debugger) is
   // reported instead of waited on.
+  int bound = lock_wait_ms();
   for (int waited = 0; flock(s.lock_fd, LOCK_EX | LOCK_NB) != 0;) {
     if (errno != EWOULDBLOCK && errno != EINTR) {
       return state_failed("cannot use state file " + s.state_file + ": " + strerror(errno));
     }
-    if (waited >= kLockWaitMs) {
+    if (waited >= bound) {
       return state_failed("cannot use state file " + s.state_file +
-                          ": another process has held its lock for " + std::to_string(kLockWaitMs / 1000) +
-                          " s");
+                          ": another process has held its lock for " + std::to_string(bound) + " ms");
     }
     g_usleep(20 * 1000);
     waited += 20;
@@ -866,5 +872,16 @@ extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void
 
 extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_file_root(void) {
   std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
+  try {
+    std::string reason;
+    int fd = velsim::open_file_root(&reason);
+    if (fd < 0) {
+      velsim::report_problem(reason);
+      return "";
+    }
+    close(fd);
+  } catch (...) {
+    return "";
+  }
   return velsim::file_root();
 }

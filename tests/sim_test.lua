@@ -248,8 +248,8 @@ describe("the simulator", function()
       end
       -- The swapper: "sub" is the real folder, then a link to the folder outside, in a
       -- loop, for at most 20 seconds.
-      local disk, out = h.file("/mnt/usb1"), h.file("/outside")
-      local script = "cd " .. h.quote(disk) .. " && end=$(($(date +%s) + 20)); while [ $(date +%s) -lt $end ]; do " ..
+      local folder, out = h.file("/mnt/usb1"), h.file("/outside")
+      local script = "cd " .. h.quote(folder) .. " && end=$(($(date +%s) + 20)); while [ $(date +%s) -lt $end ]; do " ..
         "mv sub sub.real; ln -s " .. h.quote(out) .. " sub; rm sub; mv sub.real sub; done"
       local p = io.popen("sh -c " .. h.quote(script) .. " >/dev/null 2>&1 & echo $!")
       local pid = p:read("*l")
@@ -261,7 +261,7 @@ describe("the simulator", function()
         v:get("copyMove", "copy|/mnt/usb1/sub|/mnt/usb1/docs|x", "f" .. i .. "/")
       end
       os.execute("kill " .. pid)
-      os.execute("sleep 0.2; cd " .. h.quote(disk) .. " && { [ -d sub.real ] && rm -f sub && mv sub.real sub; true; }")
+      os.execute("sleep 0.2; cd " .. h.quote(folder) .. " && { [ -d sub.real ] && rm -f sub && mv sub.real sub; true; }")
       local p2 = io.popen("ls " .. h.quote(out))
       local left = {}
       for line in p2:lines() do left[#left + 1] = line end

@@ -144,6 +144,11 @@ describe("a state file shared by processes", function()
     assert.are.same({ 0, "-5\t1\ttrue\tnil\n", "" }, { status, out, err })
     local m = saved(state)
     assert.are.same({ 1, 1 }, { m.device.boot_count, #m.ddns })
+    -- a lock another process holds is waited on for a bounded time, then reported
+    status, out, err = shell("flock " .. quote(state .. ".lock") .. " sleep 3 & sleep 0.3; VELCONFIG_SIM_LOCK_WAIT_MS=300 " ..
+      cli(state, "get", "devType"))
+    assert.are.same({ 1, "" }, { status, out })
+    assert.matches("another process has held its lock for 300 ms", err, 1, true)
     -- and a state file that cannot even be created fails the run before anything
     status, out, err = shell(cli("/proc/velconfig-none/gateway.json", "set", "reboot"))
     assert.are.same({ 1, "" }, { status, out })

@@ -156,7 +156,8 @@ void read_state_file_name() {
 int lock_wait_ms() {
   const char* env = getenv("VELCONFIG_SIM_LOCK_WAIT_MS");
   long ms = env != nullptr ? strtol(env, nullptr, 10) : 0;
-  return ms > 0 && ms < 3600 * 1000 ? static_cast<int>(ms) : 10000;
+  constexpr long kLongestWaitMs = 3600L * 1000;
+  return ms > 0 && ms < kLongestWaitMs ? static_cast<int>(ms) : 10000;
 }
 
 void close_lock() {
@@ -187,7 +188,7 @@ bool lock_state_file() {
       return state_failed("cannot use state file " + s.state_file +
                           ": another process has held its lock for " + std::to_string(bound) + " ms");
     }
-    g_usleep(20 * 1000);
+    g_usleep(gulong{20} * 1000);
     waited += 20;
   }
   return true;

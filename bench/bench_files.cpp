@@ -111,6 +111,7 @@ int main(int argc, char** argv) {
   std::string root = velbench::scratch_root();
   if (root.empty()) return 1;
   velsim::set_file_root(root);
+  velsim::use_state_file("", nullptr);  // a gateway in memory, never the user's default one
   std::string folder = root + kFolder;
   mkdir((root + "/mnt").c_str(), 0700);
   mkdir((root + "/mnt/usb1").c_str(), 0700);

@@ -401,6 +401,7 @@ int main(int argc, char** argv) {
   if (scratch.empty()) return 1;
   const char* root = scratch.c_str();
   velsim::set_file_root(root);
+  velsim::use_state_file("", nullptr);  // a gateway in memory, never the user's default one
   std::string folder = std::string(root) + "/tmp";
   mkdir(folder.c_str(), 0700);
   FILE* curip = fopen((folder + "/curhostip").c_str(), "w");

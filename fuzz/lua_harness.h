@@ -14,8 +14,10 @@ extern "C" int luaopen_velconfig(lua_State* L);
 
 namespace velfuzz {
 
-// A new scratch folder under $TMPDIR as the simulator's file root.
+// A new scratch folder under $TMPDIR as the simulator's file root, for a gateway in
+// memory (never the user's default one, which every input would otherwise rewrite).
 inline void scratch_file_root() {
+  velsim::use_state_file("", nullptr);
   const char* tmp = getenv("TMPDIR");
   std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/velconfig-fuzz-XXXXXX";
   char* root = pattern.data();

@@ -5,7 +5,7 @@
 
 namespace velconfig {
 
-int32_t decimal_value(std::string_view text) {
+int64_t wide_decimal_value(std::string_view text) {
   size_t i = 0;
   while (i < text.size() && isspace(static_cast<unsigned char>(text[i]))) ++i;
   bool negative = false;
@@ -17,13 +17,12 @@ int32_t decimal_value(std::string_view text) {
     uint64_t digit = static_cast<uint64_t>(text[i] - '0');
     value = value > (kLimit + 1 - digit) / 10 ? kLimit + 1 : value * 10 + digit;
   }
-  int64_t wide;
-  if (negative) {
-    wide = value > kLimit ? INT64_MIN : -static_cast<int64_t>(value);
-  } else {
-    wide = value > kLimit ? INT64_MAX : static_cast<int64_t>(value);
-  }
-  return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(wide)));
+  if (negative) return value > kLimit ? INT64_MIN : -static_cast<int64_t>(value);
+  return value > kLimit ? INT64_MAX : static_cast<int64_t>(value);
+}
+
+int32_t decimal_value(std::string_view text) {
+  return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(wide_decimal_value(text))));
 }
 
 }  // namespace velconfig

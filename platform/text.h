@@ -29,6 +29,9 @@ void copy_text(char (&dest)[N], std::string_view src) {
 // gives 0); out of range, as glibc's does it, never with undefined behaviour.
 // The view may be a record field without a terminator.
 int32_t decimal_value(std::string_view text);
+// The same conversion before the cut to 32 bits (saturated at the limits of a long),
+// for a caller that refuses a number out of range instead of wrapping it.
+int64_t wide_decimal_value(std::string_view text);
 inline int32_t decimal_value(const char* text) {
   return decimal_value(text != nullptr ? std::string_view(text) : std::string_view());
 }

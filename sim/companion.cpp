@@ -237,6 +237,57 @@ int l_use_state_file(lua_State* L) {
   return 0;
 }
 
+// The state file operations use now ("" for a gateway in memory).
+int l_state_file(lua_State* L) {
+  char path[4096] = {};
+  snprintf(path, sizeof path, "%s", velsim::state_file().c_str());
+  lua_pushstring(L, path);
+  return 1;
+}
+
+// replace_state(model_text, backup_path): the import's replacement, under the state
+// lock (see velsim::replace_state). Raises with the reason.
+int l_replace_state(lua_State* L) {
+  const char* text = luaL_checkstring(L, 1);
+  const char* backup = luaL_checkstring(L, 2);
+  char message[512] = {};
+  {
+    std::string reason;
+    if (!velsim::replace_state(text, backup, &reason))
+      snprintf(message, sizeof message, "%s", reason.c_str());
+  }
+  if (message[0] != '\0') return fail_with(L, message);
+  return 0;
+}
+
+// read_file(path, limit): the text of a regular file of at most limit bytes, or nil
+// and the reason (no such file, a FIFO, a device, too large).
+int l_read_file(lua_State* L) {
+  const char* path = luaL_checkstring(L, 1);
+  lua_Number limit = luaL_checknumber(L, 2);
+  char message[512] = {};
+  gchar* text = nullptr;
+  gsize length = 0;
+  {
+    std::string problem;
+    constexpr lua_Number kAny = 1e15;  // beyond any file read here; keeps the cast defined
+    size_t cap = limit > 0 ? static_cast<size_t>(limit < kAny ? limit : kAny) : 0;
+    if (!velsim::read_regular_file(path, cap, &text, &length, &problem)) {
+      snprintf(message, sizeof message, "%s",
+               problem.empty() ? "No such file or directory" : problem.c_str());
+    }
+  }
+  if (text == nullptr) {
+    lua_pushnil(L);
+    lua_pushfstring(L, "%s: %s", path, message);
+    return 2;
+  }
+  // Only running out of memory raises here, and then the text is lost with the run.
+  lua_pushlstring(L, text, length);
+  g_free(text);
+  return 1;
+}
+
 // The first state file problem since the last call (cannot lock, read or save), or nil.
 int l_state_error(lua_State* L) {
   char message[512] = {};
@@ -543,6 +594,9 @@ const luaL_Reg kFunctions[] = {
     {"now", l_now},
     {"use_state_file", l_use_state_file},
     {"state_error", l_state_error},
+    {"state_file", l_state_file},
+    {"replace_state", l_replace_state},
+    {"read_file", l_read_file},
     {"set_root", l_set_root},
     {"root", l_root},
     {"clear_disks", l_clear_disks},

@@ -378,7 +378,7 @@ void usb_unplug(json_t* params, Outcome* out) {
   json_t* usb = json_incref(json_array_get(plugged, static_cast<size_t>(i)));
   // Copies to or from it fail as on a gateway whose disk went away; its files stay.
   std::string folder;
-  if (confined_path(text_of(usb, "mount_path"), "/", &folder)) {
+  if (relative_within(text_of(usb, "mount_path"), "/", &folder)) {
     sync_transfers();
     cancel_transfers_under(folder);
   }

@@ -6,7 +6,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <ftw.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -56,34 +55,49 @@ json_t* disk_holding(const char* path) {
   return best;
 }
 
-void write_sample(const std::string& host, json_t* content) {
-  FILE* f = fopen(host.c_str(), "wb");
-  if (f == nullptr) return;
+// A sample file made new inside folder: its text, or a size in bytes made as a
+// sparse file (a hole, no data written), so a dump that describes big files costs
+// no disk space.
+void write_sample(int folder, const std::string& name, json_t* content) {
+  Fd f(openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
+  if (!f.ok()) return;
   bool ok = true;
   if (json_is_string(content)) {
-    ok = fwrite(json_string_value(content), 1, json_string_length(content), f) == json_string_length(content);
-  } else {
-    static const char kPattern[] = "velconfig simulated disk sample data\n";
-    json_int_t left = std::min<json_int_t>(number_of(content, 0), kLargestSample);
-    for (; ok && left > 0; left -= static_cast<json_int_t>(sizeof kPattern - 1)) {
-      size_t n = left < static_cast<json_int_t>(sizeof kPattern - 1) ? static_cast<size_t>(left)
-                                                                     : sizeof kPattern - 1;
-      ok = fwrite(kPattern, 1, n, f) == n;
+    const char* text = json_string_value(content);
+    size_t length = json_string_length(content);
+    for (size_t done = 0; ok && done < length;) {
+      ssize_t n = write(f.get(), text + done, length - done);
+      ok = n > 0 || (n < 0 && errno == EINTR);
+      if (n > 0) done += static_cast<size_t>(n);
     }
+  } else {
+    json_int_t size = std::min<json_int_t>(number_of(content, 0), kLargestSample);
+    ok = size <= 0 || ftruncate(f.get(), static_cast<off_t>(size)) == 0;
   }
-  // A sample that could not be written whole is not left half-written on the disk.
-  if (fclose(f) != 0 || !ok)
-    (void)remove(host.c_str());  // a leftover is what this prevents; nothing more to do
+  // A sample that could not be made whole is not left half-made on the disk.
+  if (!ok) (void)unlinkat(folder, name.c_str(), 0);  // a leftover is what this prevents
+}
+
+// Reports a file root that cannot be used (once per reason) and gives -1; otherwise
+// the root's descriptor for one operation.
+int open_root() {
+  std::string reason;
+  int fd = open_file_root(&reason);
+  if (fd < 0) report_problem(reason);
+  return fd;
 }
 
 // Makes the disk's folder the first time the disk is used, with the model's sample
 // folders ("name/") and files (text, or a size in bytes).
-void prepare_disk(json_t* usb) {
+void prepare_disk(int root, json_t* usb) {
   std::string mount = mount_of(usb);
-  std::string folder;
+  std::string rel;
   // A mount path that would lead out of the file root makes nothing.
-  if (!confined_path(mount.c_str(), "/", &folder) || g_file_test(folder.c_str(), G_FILE_TEST_EXISTS)) return;
-  g_mkdir_with_parents(folder.c_str(), 0755);
+  if (!relative_within(mount.c_str(), "/", &rel) || rel.empty()) return;
+  Fd existing(open_beneath(root, rel, O_PATH));
+  if (existing.ok() || errno != ENOENT || !make_folders_beneath(root, rel, 0755)) return;
+  Fd disk(open_beneath(root, rel, O_PATH | O_DIRECTORY));
+  if (!disk.ok()) return;
   json_t* files = json_object_get(usb, "files");
   std::vector<std::string> names;
   const char* name;
@@ -91,63 +105,48 @@ void prepare_disk(json_t* usb) {
   json_object_foreach(files, name, content) { names.emplace_back(name); }
   std::sort(names.begin(), names.end());
   for (const std::string& n : names) {
-    std::string host;
-    if (!confined_path((mount + "/" + n).c_str(), mount.c_str(), &host)) continue;
-    bool is_folder = !n.empty() && n.back() == '/';
-    char* parent = g_path_get_dirname(host.c_str());
-    g_mkdir_with_parents(is_folder ? host.c_str() : parent, 0755);
-    g_free(parent);
-    if (!is_folder) write_sample(host, json_object_get(files, n.c_str()));
+    std::string inside;
+    if (!relative_within(("/" + n).c_str(), "/", &inside) || inside.empty()) continue;
+    if (n.back() == '/') {
+      make_folders_beneath(disk.get(), inside, 0755);
+      continue;
+    }
+    size_t slash = inside.rfind('/');
+    std::string parent = slash == std::string::npos ? "" : inside.substr(0, slash);
+    if (!make_folders_beneath(disk.get(), parent, 0755)) continue;
+    Fd folder(open_beneath(disk.get(), parent, O_PATH | O_DIRECTORY));
+    if (folder.ok()) write_sample(folder.get(), inside.substr(slash + 1), json_object_get(files, n.c_str()));
   }
 }
 
-// The host path of gateway path on the disk that holds it, symbolic links followed
-// and confined to that disk; disk_root gets the disk's own host folder.
-bool on_disk(const char* path, std::string* host, std::string* disk_root = nullptr) {
-  if (path == nullptr) return false;
+// The root-relative path of gateway path on the disk that holds it, confined to that
+// disk; disk gets the disk's own folder.
+bool on_disk(int root, const char* path, std::string* rel, std::string* disk = nullptr) {
+  if (path == nullptr || root < 0) return false;
   json_t* usb = disk_holding(path);
   if (usb == nullptr) return false;
-  prepare_disk(usb);
+  prepare_disk(root, usb);
   std::string mount = mount_of(usb);
-  if (!confined_path(path, mount.c_str(), host)) return false;
-  return disk_root == nullptr || confined_path(mount.c_str(), mount.c_str(), disk_root);
+  if (!relative_within(path, mount.c_str(), rel)) return false;
+  return disk == nullptr || relative_within(mount.c_str(), mount.c_str(), disk);
 }
 
-// Like on_disk, but for removing or renaming the entry itself: its folder is
-// resolved, its own name is not (a link is removed, not its target). The path must
-// still resolve inside the disk, and the disk's own folder is no entry.
-bool entry_on_disk(const char* path, std::string* host) {
-  std::string resolved;
-  if (!on_disk(path, &resolved)) return false;
+// Like on_disk, for creating, removing or renaming the entry itself: parent gets the
+// folder holding it (opened beneath the root) and name its own name, never resolved
+// (a link is removed, not its target). The disk's own folder is no entry.
+bool entry_on_disk(int root, const char* path, Fd* parent, std::string* name, std::string* rel) {
+  std::string disk;
+  if (!on_disk(root, path, rel, &disk) || rel->size() <= disk.size()) return false;
   std::string text = path;
   while (text.size() > 1 && text.back() == '/') text.pop_back();
-  size_t slash = text.rfind('/');
-  if (slash == std::string::npos) return false;
-  std::string name = text.substr(slash + 1);
-  std::string parent = text.substr(0, slash);
-  if (name.empty() || name == "." || name == ".." || parent.empty()) return false;
-  json_t* usb = disk_holding(path);
-  std::string parent_host;
-  if (usb == nullptr || !holds(mount_of(usb), parent.c_str()) ||
-      !confined_path(parent.c_str(), mount_of(usb).c_str(), &parent_host)) {
-    return false;
-  }
-  *host = parent_host + "/" + name;
-  return true;
+  if (text.size() >= 2 && text.compare(text.size() - 2, 2, "/.") == 0) return false;
+  parent->reset(open_parent_beneath(root, *rel, name));
+  return parent->ok();
 }
 
 bool within(const std::string& path, const std::string& folder) {
   return path == folder || (path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
                             path[folder.size()] == '/');
-}
-
-int remove_one(const char* path, const struct stat*, int, struct FTW*) { return remove(path) == 0 ? 0 : -1; }
-
-bool remove_tree(const std::string& host) {
-  struct stat st;
-  if (lstat(host.c_str(), &st) != 0) return false;
-  if (!S_ISDIR(st.st_mode)) return unlink(host.c_str()) == 0;
-  return nftw(host.c_str(), remove_one, 16, FTW_DEPTH | FTW_PHYS) == 0;
 }
 
 struct Listed {
@@ -157,23 +156,21 @@ struct Listed {
   int64_t mtime;
 };
 
-// The entries of a folder, sub-folders first, each group by name. A symbolic link
-// that leads off the disk is shown as the link itself, never as what it points to.
-bool read_entries(const std::string& folder, const std::string& disk_root, std::vector<Listed>* out) {
-  DIR* dir = opendir(folder.c_str());
-  if (dir == nullptr) return false;
-  int fd = dirfd(dir);
+// The entries of a folder, sub-folders first, each group by name. A symbolic link is
+// shown as the link itself, never as what it points to.
+bool read_entries(int folder, std::vector<Listed>* out) {
+  int fd = dup(folder);
+  DIR* dir = fd >= 0 ? fdopendir(fd) : nullptr;
+  if (dir == nullptr) {
+    if (fd >= 0) close(fd);
+    return false;
+  }
+  rewinddir(dir);
   while (dirent* e = readdir(dir)) {
     if (e->d_name[0] == '.' && (e->d_name[1] == '\0' || (e->d_name[1] == '.' && e->d_name[2] == '\0')))
       continue;
     struct stat st;
-    int flags = 0;
-    if (e->d_type == DT_LNK || e->d_type == DT_UNKNOWN) {
-      char* real = realpath((folder + "/" + e->d_name).c_str(), nullptr);
-      if (real == nullptr || !within(real, disk_root)) flags = AT_SYMLINK_NOFOLLOW;
-      free(real);
-    }
-    if (fstatat(fd, e->d_name, &st, flags) != 0) continue;
+    if (fstatat(dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
     out->push_back(Listed{e->d_name, S_ISDIR(st.st_mode), static_cast<uint64_t>(st.st_size),
                           static_cast<int64_t>(st.st_mtime)});
   }
@@ -222,16 +219,17 @@ bool same_folder(const struct stat& a, const struct stat& b) {
 
 // The entries of host folder, from the last read when it still stands. With keep
 // they stay for the next call instead (read them from last_read()).
-bool entries_of(const std::string& host, const std::string& disk_root, std::vector<Listed>* out, bool keep) {
+bool entries_of(int root, const std::string& host, std::vector<Listed>* out, bool keep) {
   LastRead& last = last_read();
+  Fd folder(open_beneath(root, host, O_RDONLY | O_DIRECTORY));
   struct stat now;
-  if (stat(host.c_str(), &now) != 0) return false;
+  if (!folder.ok() || fstat(folder.get(), &now) != 0) return false;
   if (last.valid && last.host == host && same_folder(last.folder, now)) {
     out->swap(last.entries);
     forget_last_read();
   } else {
     forget_last_read();
-    if (!read_entries(host, disk_root, out)) return false;
+    if (!read_entries(folder.get(), out)) return false;
   }
   if (keep) {
     last.host = host;
@@ -302,17 +300,28 @@ int32_t set_status(int32_t* status, int32_t value) {
 
 }  // namespace
 
-bool disk_host_path(const char* gateway_path, std::string* host) { return on_disk(gateway_path, host); }
+bool disk_relative_path(int root, const char* gateway_path, std::string* rel) {
+  return on_disk(root, gateway_path, rel);
+}
 
 bool forget_disk_folders() {
   ModelSession session;
   if (!session.ok()) return false;
+  Fd root(open_root());
+  if (!root.ok()) return false;
   bool ok = true;
   for (json_t* usb : objects_in("usb")) {
     std::string mount = mount_of(usb);
-    std::string folder;
-    if (mount.empty() || !confined_path(mount.c_str(), "/", &folder)) continue;
-    if (g_file_test(folder.c_str(), G_FILE_TEST_EXISTS)) ok = remove_tree(folder) && ok;
+    std::string rel, name;
+    if (!relative_within(mount.c_str(), "/", &rel) || rel.empty()) continue;
+    Fd parent(open_parent_beneath(root.get(), rel, &name));
+    if (!parent.ok()) {
+      ok = ok && errno == ENOENT;
+      continue;
+    }
+    struct stat st;
+    if (fstatat(parent.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0)
+      ok = remove_at(parent.get(), name.c_str()) && ok;
   }
   return ok;
 }
@@ -346,12 +355,13 @@ extern "C" int32_t ZoVel_USBFormat(ZoVelUsbId id, void*, void*) {
     json_t* usb = velsim::usb_with_identity(id);
     if (usb == nullptr || velsim::int_of(usb, "class") != velsim::kDiskClass) return velsim::kNoSuchObject;
     std::string mount = velsim::mount_of(usb);
-    std::string root;
     if (mount.empty()) return velsim::kNoSuchObject;
-    velsim::prepare_disk(usb);
-    if (!velsim::confined_path(mount.c_str(), mount.c_str(), &root)) return kOffDisk;
-    velsim::cancel_transfers_under(root);
-    DIR* dir = opendir(root.c_str());
+    velsim::Fd root(velsim::open_root());
+    std::string rel;
+    if (!velsim::on_disk(root.get(), mount.c_str(), &rel) || rel.empty()) return kOffDisk;
+    velsim::cancel_transfers_under(rel);
+    velsim::Fd disk(velsim::open_beneath(root.get(), rel, O_RDONLY | O_DIRECTORY));
+    DIR* dir = disk.ok() ? fdopendir(dup(disk.get())) : nullptr;
     if (dir == nullptr) return kFileFailed;
     std::vector<std::string> names;
     while (dirent* e = readdir(dir)) {
@@ -359,7 +369,7 @@ extern "C" int32_t ZoVel_USBFormat(ZoVelUsbId id, void*, void*) {
     }
     closedir(dir);
     bool ok = true;
-    for (const std::string& name : names) ok = velsim::remove_tree(root + "/" + name) && ok;
+    for (const std::string& name : names) ok = velsim::remove_at(disk.get(), name.c_str()) && ok;
     json_object_set_new(usb, "used_size", json_integer(0));
     velsim::sync_transfers();
     velsim::model_changed();
@@ -371,11 +381,12 @@ extern "C" int32_t ZoVel_NAS_GetFileNum(const char* folder, uint32_t* count, int
   return operation("ZoVel_NAS_GetFileNum", json_pack("{s:s?}", "folder", folder), [&] {
     if (count == nullptr || status == nullptr) return kBadArgument;
     velsim::sync_transfers();
-    std::string host, disk_root;
+    std::string host;
     velsim::forget_last_read();
-    if (!velsim::on_disk(folder, &host, &disk_root)) return set_status(status, kOffDisk);
+    velsim::Fd root(velsim::open_root());
+    if (!velsim::on_disk(root.get(), folder, &host)) return set_status(status, kOffDisk);
     std::vector<velsim::Listed> listed;
-    if (!velsim::entries_of(host, disk_root, &listed, true)) return set_status(status, kFileFailed);
+    if (!velsim::entries_of(root.get(), host, &listed, true)) return set_status(status, kFileFailed);
     *count = static_cast<uint32_t>(velsim::last_read().entries.size());
     if (velsim::hostile() == velsim::Hostile::kCountHuge) *count = INT32_MAX;
     if (velsim::hostile() == velsim::Hostile::kCountMinusOne) *count = UINT32_MAX;
@@ -390,10 +401,11 @@ extern "C" int32_t ZoVel_NAS_ListFolder(const char* folder, int32_t first, uint3
   return operation("ZoVel_NAS_ListFolder", args, [&] {
     if (entries == nullptr || status == nullptr || first < 1) return kBadArgument;
     velsim::sync_transfers();
-    std::string host, disk_root;
-    if (!velsim::on_disk(folder, &host, &disk_root)) return set_status(status, kOffDisk);
+    std::string host;
+    velsim::Fd root(velsim::open_root());
+    if (!velsim::on_disk(root.get(), folder, &host)) return set_status(status, kOffDisk);
     std::vector<velsim::Listed> listed;
-    if (!velsim::entries_of(host, disk_root, &listed, false)) return set_status(status, kFileFailed);
+    if (!velsim::entries_of(root.get(), host, &listed, false)) return set_status(status, kFileFailed);
     // Always as many records as asked for, so a folder that shrank since it was
     // counted never leaves the caller short; a hostile platform gives only what it has.
     size_t room = number;
@@ -423,9 +435,11 @@ extern "C" int32_t ZoVel_NAS_CreateFolter(const char* path, int32_t* status, voi
     velsim::forget_last_read();
     if (status == nullptr) return kBadArgument;
     velsim::sync_transfers();
-    std::string host;
-    if (!velsim::entry_on_disk(path, &host)) return set_status(status, kOffDisk);
-    return set_status(status, mkdir(host.c_str(), 0755) == 0 ? 0 : kFileFailed);
+    velsim::Fd root(velsim::open_root());
+    velsim::Fd parent;
+    std::string name, rel;
+    if (!velsim::entry_on_disk(root.get(), path, &parent, &name, &rel)) return set_status(status, kOffDisk);
+    return set_status(status, mkdirat(parent.get(), name.c_str(), 0755) == 0 ? 0 : kFileFailed);
   });
 }
 
@@ -434,9 +448,11 @@ extern "C" int32_t ZoVel_NAS_Remove(const char* path, int32_t* status, void*) {
     velsim::forget_last_read();
     if (status == nullptr) return kBadArgument;
     velsim::sync_transfers();
-    std::string host;
-    if (!velsim::entry_on_disk(path, &host)) return set_status(status, kOffDisk);
-    return set_status(status, velsim::remove_tree(host) ? 0 : kFileFailed);
+    velsim::Fd root(velsim::open_root());
+    velsim::Fd parent;
+    std::string name, rel;
+    if (!velsim::entry_on_disk(root.get(), path, &parent, &name, &rel)) return set_status(status, kOffDisk);
+    return set_status(status, velsim::remove_at(parent.get(), name.c_str()) ? 0 : kFileFailed);
   });
 }
 
@@ -445,12 +461,19 @@ extern "C" int32_t ZoVel_NAS_ReName(const char* old_path, const char* new_path, 
   return operation("ZoVel_NAS_ReName", args, [&] {
     velsim::forget_last_read();
     velsim::sync_transfers();
-    std::string from, to;
-    if (!velsim::entry_on_disk(old_path, &from) || !velsim::entry_on_disk(new_path, &to)) return kOffDisk;
-    struct stat st;
+    velsim::Fd root(velsim::open_root());
+    velsim::Fd from_parent, to_parent;
+    std::string from_name, to_name, from, to;
+    if (!velsim::entry_on_disk(root.get(), old_path, &from_parent, &from_name, &from) ||
+        !velsim::entry_on_disk(root.get(), new_path, &to_parent, &to_name, &to)) {
+      return kOffDisk;
+    }
     // Never over an existing entry, and never a folder into itself.
-    if (lstat(to.c_str(), &st) == 0 || velsim::within(to, from)) return kFileFailed;
-    return rename(from.c_str(), to.c_str()) == 0 ? 0 : kFileFailed;
+    if (velsim::within(to, from)) return kFileFailed;
+    return renameat2(from_parent.get(), from_name.c_str(), to_parent.get(), to_name.c_str(),
+                     RENAME_NOREPLACE) == 0
+               ? 0
+               : kFileFailed;
   });
 }
 
@@ -461,16 +484,17 @@ extern "C" int32_t ZoVel_NAS_Copy(const char* source, const char* destination, i
     velsim::forget_last_read();
     if (transfer == nullptr || status == nullptr || destination == nullptr) return kBadArgument;
     velsim::sync_transfers();
+    velsim::Fd root(velsim::open_root());
     std::string from, folder;
-    struct stat st;
-    if (!velsim::on_disk(source, &from) || !velsim::on_disk(destination, &folder)) {
+    if (!velsim::on_disk(root.get(), source, &from) || !velsim::on_disk(root.get(), destination, &folder) ||
+        from.empty()) {
       return set_status(status, kOffDisk);
     }
     std::string to = folder + "/" + from.substr(from.rfind('/') + 1);
-    if (stat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || velsim::within(to, from)) {
-      return set_status(status, kFileFailed);
-    }
-    int32_t id = velsim::start_transfer(from, to, source, velsim::inside(destination, from).c_str());
+    velsim::Fd target(velsim::open_beneath(root.get(), folder, O_PATH | O_DIRECTORY));
+    if (!target.ok() || velsim::within(to, from)) return set_status(status, kFileFailed);
+    int32_t id =
+        velsim::start_transfer(root.get(), from, to, source, velsim::inside(destination, from).c_str());
     if (id == 0) return set_status(status, kFileFailed);
     *transfer = id;
     return set_status(status, 0);
@@ -483,15 +507,21 @@ extern "C" int32_t ZoVel_NAS_Move(const char* source, const char* destination, i
     velsim::forget_last_read();
     if (status == nullptr || destination == nullptr) return kBadArgument;
     velsim::sync_transfers();
-    std::string from, folder;
-    if (!velsim::entry_on_disk(source, &from) || !velsim::on_disk(destination, &folder)) {
+    velsim::Fd root(velsim::open_root());
+    velsim::Fd from_parent;
+    std::string name, from, folder;
+    if (!velsim::entry_on_disk(root.get(), source, &from_parent, &name, &from) ||
+        !velsim::on_disk(root.get(), destination, &folder)) {
       return set_status(status, kOffDisk);
     }
-    // The disks share one file system here, so a move is a rename, done at once.
-    std::string to = folder + "/" + from.substr(from.rfind('/') + 1);
-    struct stat st;
-    if (lstat(to.c_str(), &st) == 0 || velsim::within(to, from)) return set_status(status, kFileFailed);
-    return set_status(status, rename(from.c_str(), to.c_str()) == 0 ? 0 : kFileFailed);
+    // The disks share one file system here, so a move is a rename, done at once,
+    // never over an existing entry and never a folder into itself.
+    velsim::Fd target(velsim::open_beneath(root.get(), folder, O_PATH | O_DIRECTORY));
+    if (!target.ok() || velsim::within(folder + "/" + name, from)) return set_status(status, kFileFailed);
+    return set_status(
+        status, renameat2(from_parent.get(), name.c_str(), target.get(), name.c_str(), RENAME_NOREPLACE) == 0
+                    ? 0
+                    : kFileFailed);
   });
 }
 

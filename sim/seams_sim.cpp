@@ -19,7 +19,9 @@ int64_t monotonic_ms() { return velconfig_sim_monotonic_ms(); }
 void sleep_seconds(unsigned seconds) { velconfig_sim_sleep(seconds); }
 
 bool gateway_file_path(const char* path, char* out, size_t cap) {
-  int n = snprintf(out, cap, "%s%s", velconfig_sim_file_root(), path);
+  const char* root = velconfig_sim_file_root();
+  if (*root == '\0') return false;  // a refused root: the file cannot be reached
+  int n = snprintf(out, cap, "%s%s", root, path);
   if (n < 0 || static_cast<size_t>(n) >= cap) return false;
   // The simulated root starts empty; give the file its folder as the gateway has it.
   char* folder = g_path_get_dirname(out);

@@ -31,10 +31,33 @@ bool load_model_text(const char* text, std::string* reason);
 // The embedded default model.
 const char* default_model_text();
 // Uses path as the state file from now on (empty: in memory) and loads it, seeding
-// it from the default when it does not exist. On failure the model is in memory.
+// it from the default when it does not exist; the file root follows it unless one was
+// chosen (set_file_root, VELCONFIG_ROOT), and must pass open_file_root's checks. On
+// failure the model is in memory.
 bool use_state_file(const std::string& path, std::string* reason);
+// The state file operations use: use_state_file's, else VELCONFIG_SIM_STATE (empty:
+// in memory), else the user's default gateway (default_state_file()).
+const std::string& state_file();
+// $XDG_STATE_HOME/velconfig/gateway.json (~/.local/state/... without it): the one
+// gateway a page script, the CLI and the console share unless told otherwise.
+std::string default_state_file();
+// The file root of a state file: beside it, named after it (gateway.json ->
+// gateway.root), so that every gateway has its own disks and configuration files.
+std::string root_of_state_file(const std::string& path);
+// Under the state lock, as one step: keeps the state file's current text as backup
+// (a new private file, 0600, renamed into place), removes the old model's disk
+// folders, and replaces the model by text (saved). False with a reason.
+bool replace_state(const char* text, const std::string& backup, std::string* reason);
 // The first state file problem (cannot lock, read or save) since the last call, or "".
 std::string take_state_error();
+// Reads a regular file of at most limit bytes (the text g_free'd by the caller,
+// terminated). False with *problem empty when there is no such file, else with the
+// reason: a FIFO or a device is refused at once, never waited on or read for ever.
+bool read_regular_file(const std::string& path, size_t limit, gchar** text, gsize* length,
+                       std::string* problem);
+// Records a problem the caller must hear of (the file root refused) as a state
+// problem, and on stderr once per distinct text unless the caller takes the errors.
+void report_problem(const std::string& message);
 
 // Result of an operation that could not read the state file, or whose change could
 // not be saved into it (the change is undone).
@@ -132,6 +155,9 @@ void set_fault(const char* op, int32_t code, int32_t times);  // times <= 0: unt
 void clear_faults();
 bool take_fault(const char* op, int32_t* code);
 
+// The file root: the one chosen (set_file_root, else VELCONFIG_ROOT), else the state
+// file's (root_of_state_file), else, for a gateway in memory, a private folder made
+// for this process.
 const char* file_root();
 void set_file_root(const std::string& root);
 

@@ -15,7 +15,8 @@ int64_t velconfig_sim_now(void);
 int64_t velconfig_sim_monotonic_ms(void);
 // Sleeps; with the clock pinned, moves the pinned clock on instead (tests never wait).
 void velconfig_sim_sleep(unsigned seconds);
-// Directory that stands for the gateway's "/" for the files the module reads and writes.
+// Directory that stands for the gateway's "/" for the files the module reads and writes;
+// "" when the root is refused (not the user's own, writable by others: see files.h).
 const char* velconfig_sim_file_root(void);
 // Directory of the project's own command-line tools (the PC's "uci"), tried before PATH.
 const char* velconfig_sim_tools_dir(void);

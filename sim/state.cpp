@@ -2,8 +2,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include <deque>
 #include <map>
 
+#include "sim/files.h"
 #include "sim/sim.h"
 #include "sim/sim_seams.h"
 
@@ -85,7 +88,10 @@ struct State {
   size_t history_limit = kDefaultHistoryLimit;
   bool log_to_stderr = false;
   std::map<std::string, Fault> faults;
-  std::string root;
+  std::string root;           // chosen by set_file_root or VELCONFIG_ROOT
+  bool root_known = false;    // root read from the environment
+  std::string derived_root;   // the state file's, or the in-memory gateway's
+  std::string last_reported;  // the last problem written to stderr
 };
 
 // Never destroyed: operations may still run from other libraries' exit handlers,
@@ -139,8 +145,24 @@ void read_state_file_name() {
   State& s = state();
   if (s.state_file_known) return;
   const char* env = getenv("VELCONFIG_SIM_STATE");
-  s.state_file = env != nullptr ? env : "";
+  s.state_file = env != nullptr ? env : default_state_file();
   s.state_file_known = true;
+  s.derived_root.clear();
+  if (env == nullptr) {
+    // The user's own state folder, private from the first moment.
+    char* folder = g_path_get_dirname(s.state_file.c_str());
+    g_mkdir_with_parents(folder, 0700);
+    g_free(folder);
+  }
+}
+
+// How long a process waits for another one's state lock before it reports it
+// (VELCONFIG_SIM_LOCK_WAIT_MS chooses another bound).
+int lock_wait_ms() {
+  const char* env = getenv("VELCONFIG_SIM_LOCK_WAIT_MS");
+  long ms = env != nullptr ? strtol(env, nullptr, 10) : 0;
+  constexpr long kLongestWaitMs = 3600L * 1000;
+  return ms > 0 && ms < kLongestWaitMs ? static_cast<int>(ms) : 10000;
 }
 
 void close_lock() {
@@ -154,14 +176,25 @@ bool lock_state_file() {
   State& s = state();
   if (s.lock_fd < 0) {
     std::string lock_path = s.state_file + ".lock";
-    s.lock_fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    s.lock_fd = open(lock_path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
     if (s.lock_fd < 0) {
       return state_failed("cannot use state file " + s.state_file + ": " + lock_path + ": " +
                           strerror(errno));
     }
   }
-  while (flock(s.lock_fd, LOCK_EX) != 0) {
-    if (errno != EINTR) return state_failed("cannot use state file " + s.state_file + ": " + strerror(errno));
+  // Bounded: a process that holds the lock for ever (stopped in a debugger) is
+  // reported instead of waited on.
+  int bound = lock_wait_ms();
+  for (int waited = 0; flock(s.lock_fd, LOCK_EX | LOCK_NB) != 0;) {
+    if (errno != EWOULDBLOCK && errno != EINTR) {
+      return state_failed("cannot use state file " + s.state_file + ": " + strerror(errno));
+    }
+    if (waited >= bound) {
+      return state_failed("cannot use state file " + s.state_file +
+                          ": another process has held its lock for " + std::to_string(bound) + " ms");
+    }
+    g_usleep(gulong{20} * 1000);
+    waited += 20;
   }
   return true;
 }
@@ -170,6 +203,52 @@ void unlock_state_file() {
   if (state().lock_fd >= 0) flock(state().lock_fd, LOCK_UN);
 }
 
+// A state file is the model's JSON text: far below this, whatever the gateway.
+constexpr size_t kLargestState = size_t{256} * 1024 * 1024;
+
+}  // namespace
+
+bool read_regular_file(const std::string& path, size_t limit, gchar** text, gsize* length,
+                       std::string* problem) {
+  // Non-blocking: a FIFO is refused at once instead of waited on.
+  int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    if (errno != ENOENT) *problem = strerror(errno);
+    return false;
+  }
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || static_cast<uint64_t>(st.st_size) > limit) {
+    *problem =
+        !S_ISREG(st.st_mode) ? "not a regular file" : "larger than " + std::to_string(limit) + " bytes";
+    close(fd);
+    return false;
+  }
+  std::string data;
+  char buffer[65536];
+  for (;;) {
+    ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n < 0) *problem = strerror(errno);
+      break;
+    }
+    if (data.size() + static_cast<size_t>(n) > limit) {
+      *problem = "larger than " + std::to_string(limit) + " bytes";
+      break;
+    }
+    data.append(buffer, static_cast<size_t>(n));
+  }
+  close(fd);
+  if (!problem->empty()) return false;
+  *length = data.size();
+  *text = static_cast<gchar*>(g_malloc(data.size() + 1));
+  memcpy(*text, data.data(), data.size());
+  (*text)[data.size()] = '\0';
+  return true;
+}
+
+namespace {
+
 // Makes the model the state file's current contents (under the lock): read again
 // when another process saved since, seeded from the default when there is no file.
 // A file that exists but cannot be read is reported and never overwritten.
@@ -177,11 +256,9 @@ bool refresh_from_file() {
   State& s = state();
   gchar* text = nullptr;
   gsize length = 0;
-  GError* error = nullptr;
-  if (!g_file_get_contents(s.state_file.c_str(), &text, &length, &error)) {
-    bool missing = g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT);
-    std::string message = error->message;
-    g_error_free(error);
+  std::string message;
+  if (!read_regular_file(s.state_file, kLargestState, &text, &length, &message)) {
+    bool missing = message.empty();
     if (!missing) return state_failed("cannot read state file " + s.state_file + ": " + message);
     // No file: a first use seeds it; a file removed under us is written again by the
     // next change, from the model this process holds.
@@ -370,6 +447,7 @@ bool use_state_file(const std::string& path, std::string* reason) {
   close_lock();
   s.state_file = path;
   s.state_file_known = true;
+  s.derived_root.clear();
   s.errors_to_caller = true;
   s.loaded = false;
   s.file_seen = false;
@@ -382,25 +460,94 @@ bool use_state_file(const std::string& path, std::string* reason) {
   char* folder = g_path_get_dirname(path.c_str());
   g_mkdir_with_parents(folder, 0700);
   g_free(folder);
+  std::string root_problem;
+  int root = open_file_root(&root_problem);
+  if (root >= 0) close(root);
   bool ok;
   {
     ModelSession session;
-    ok = session.ok() && session.commit();
+    ok = root >= 0 && session.ok() && session.commit();
   }
   if (!ok) {
-    if (reason) *reason = take_state_error();
+    if (reason) *reason = root < 0 ? root_problem : take_state_error();
     // Never overwrite a file we cannot read: that would lose someone's gateway.
     close_lock();
     s.state_file.clear();
+    s.derived_root.clear();
     adopt_default();
   }
   return ok;
+}
+
+const std::string& state_file() {
+  read_state_file_name();
+  return state().state_file;
+}
+
+std::string default_state_file() {
+  gchar* path = g_build_filename(g_get_user_state_dir(), "velconfig", "gateway.json", nullptr);
+  std::string result = path;
+  g_free(path);
+  return result;
+}
+
+std::string root_of_state_file(const std::string& path) {
+  std::string base = path;
+  if (base.size() > 5 && base.compare(base.size() - 5, 5, ".json") == 0) base.resize(base.size() - 5);
+  return base + ".root";
+}
+
+bool replace_state(const char* text, const std::string& backup, std::string* reason) {
+  json_t* m = parse_object(text, strlen(text), reason);
+  if (m == nullptr) {
+    if (reason) *reason = "model is " + *reason;
+    return false;
+  }
+  State& s = state();
+  ModelSession session;
+  if (!session.ok() || s.state_file.empty()) {
+    json_decref(m);
+    if (reason) *reason = s.state_file.empty() ? "no state file to replace" : take_state_error();
+    return false;
+  }
+  // The text read under this lock is the one replaced: a change another process
+  // saved before is in the backup, one saved after applies to the new model.
+  if (s.file_seen && !backup.empty()) {
+    int error = replace_file(backup, s.file_text.c_str());
+    if (error != 0) {
+      json_decref(m);
+      if (reason) *reason = "cannot keep the old state as " + backup + ": " + strerror(error);
+      return false;
+    }
+  }
+  if (!forget_disk_folders()) {
+    json_decref(m);
+    if (reason) *reason = "cannot remove the old model's disk folders under " + std::string(file_root());
+    return false;
+  }
+  adopt(m);
+  model_changed();
+  if (!session.commit()) {
+    if (reason) *reason = take_state_error();
+    return false;
+  }
+  // The new model's disks are made afresh from its sample files when first used.
+  return forget_disk_folders();
 }
 
 std::string take_state_error() {
   std::string e;
   e.swap(state().state_error);
   return e;
+}
+
+void report_problem(const std::string& message) {
+  State& s = state();
+  if (s.state_error.empty()) s.state_error = message;
+  if (!s.errors_to_caller && s.last_reported != message) {
+    fprintf(stderr, "velconfig simulator: %s\n", message.c_str());
+    s.last_reported = message;
+  }
 }
 
 int64_t now() {
@@ -517,20 +664,36 @@ bool take_fault(const char* op, int32_t* code) {
 
 const char* file_root() {
   State& s = state();
-  if (s.root.empty()) {
-    const char* env = getenv("VELCONFIG_ROOT");
-    char fallback[64];
-    snprintf(fallback, sizeof fallback, "/tmp/velconfig-root-%u", static_cast<unsigned>(getuid()));
-    try {
-      s.root = (env != nullptr && *env != '\0') ? env : fallback;
-    } catch (...) {
-      return "/tmp/velconfig-root";  // out of memory: still never the host's own /tmp
+  try {
+    if (!s.root_known) {
+      const char* env = getenv("VELCONFIG_ROOT");
+      if (env != nullptr && *env != '\0' && s.root.empty()) s.root = env;
+      s.root_known = true;
     }
+    if (!s.root.empty()) return s.root.c_str();
+    if (s.derived_root.empty()) {
+      read_state_file_name();
+      if (!s.state_file.empty()) {
+        s.derived_root = root_of_state_file(s.state_file);
+      } else {
+        // A gateway in memory gets a private folder of its own (0700, a name no one
+        // can take first), kept for the process's life.
+        gchar* made = g_dir_make_tmp("velconfig-root-XXXXXX", nullptr);
+        s.derived_root = made != nullptr ? made : "";
+        g_free(made);
+      }
+    }
+  } catch (...) {
+    // out of memory: a root that cannot exist, so every file operation fails
+    return "/nonexistent/velconfig-root";
   }
-  return s.root.c_str();
+  return s.derived_root.empty() ? "/nonexistent/velconfig-root" : s.derived_root.c_str();
 }
 
-void set_file_root(const std::string& root) { state().root = root; }
+void set_file_root(const std::string& root) {
+  state().root = root;
+  state().root_known = true;
+}
 
 // A member of the wrong type is left as it is, so that saving never loses what a
 // tester wrote there; the caller then works on an empty stand-in.
@@ -725,5 +888,16 @@ extern "C" __attribute__((visibility("default"))) int64_t velconfig_sim_now(void
 
 extern "C" __attribute__((visibility("default"))) const char* velconfig_sim_file_root(void) {
   std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
+  try {
+    std::string reason;
+    int fd = velsim::open_file_root(&reason);
+    if (fd < 0) {
+      velsim::report_problem(reason);
+      return "";
+    }
+    close(fd);
+  } catch (...) {
+    return "";
+  }
   return velsim::file_root();
 }

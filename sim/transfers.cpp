@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "sim/files.h"
 #include "sim/sim.h"
 
 namespace velsim {
@@ -64,8 +65,13 @@ struct Job {
   // The worker's alone.
   int in = -1;
   int out = -1;
+  // The file root the copy works beneath, held for the copy's life.
+  int root = -1;
 
-  ~Job() { close_files(); }
+  ~Job() {
+    close_files();
+    if (root >= 0) close(root);
+  }
   void close_files() {
     if (in >= 0) close(in);
     if (out >= 0) close(out);
@@ -105,11 +111,14 @@ bool within(const std::string& path, const std::string& folder) {
                             path[folder.size()] == '/');
 }
 
-// The pieces of copying source (a file or a folder tree) to target. Symbolic links
-// and special files inside a folder are left out: a copy never leaves the disk.
-bool walk(const std::string& source, const std::string& target, std::vector<Piece>* pieces, uint64_t* total) {
+// The pieces of copying source (a file or a folder tree) to target, beneath root.
+// Symbolic links and special files inside a folder are left out: a copy never leaves
+// the disk.
+bool walk(int root, const std::string& source, const std::string& target, std::vector<Piece>* pieces,
+          uint64_t* total) {
+  Fd at(open_beneath(root, source, O_PATH));
   struct stat st;
-  if (lstat(source.c_str(), &st) != 0) return false;
+  if (!at.ok() || fstat(at.get(), &st) != 0) return false;
   if (S_ISREG(st.st_mode)) {
     pieces->push_back(Piece{source, target, static_cast<uint64_t>(st.st_size), false});
     *total += static_cast<uint64_t>(st.st_size);
@@ -117,21 +126,51 @@ bool walk(const std::string& source, const std::string& target, std::vector<Piec
   }
   if (!S_ISDIR(st.st_mode)) return false;
   pieces->push_back(Piece{source, target, 0, true});
-  DIR* dir = opendir(source.c_str());
-  if (dir == nullptr) return false;
+  int fd = open_beneath(root, source, O_RDONLY | O_DIRECTORY);
+  DIR* dir = fd >= 0 ? fdopendir(fd) : nullptr;
+  if (dir == nullptr) {
+    if (fd >= 0) close(fd);
+    return false;
+  }
   std::vector<std::string> names;
   while (dirent* e = readdir(dir)) {
-    if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) names.emplace_back(e->d_name);
+    struct stat child;
+    if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0 ||
+        fstatat(dirfd(dir), e->d_name, &child, AT_SYMLINK_NOFOLLOW) != 0 ||
+        !(S_ISREG(child.st_mode) || S_ISDIR(child.st_mode))) {
+      continue;
+    }
+    names.emplace_back(e->d_name);
   }
   closedir(dir);
   std::sort(names.begin(), names.end());
   for (const std::string& name : names) {
-    struct stat child;
-    std::string from = source + "/" + name;
-    if (lstat(from.c_str(), &child) != 0 || !(S_ISREG(child.st_mode) || S_ISDIR(child.st_mode))) continue;
-    if (!walk(from, target + "/" + name, pieces, total)) return false;
+    if (!walk(root, source + "/" + name, target + "/" + name, pieces, total)) return false;
   }
   return true;
+}
+
+// Opens the copy's target file beneath root, never through a link: made new at the
+// start of a file (an existing regular file is emptied first, as a copy over it does),
+// or opened as it is to resume. Never the source itself (a hard link to it, or the
+// same file reached another way), never a FIFO or device. -1 on refusal.
+int open_target(int root, const std::string& path, int source, bool resume) {
+  std::string name;
+  Fd parent(open_parent_beneath(root, path, &name));
+  if (!parent.ok()) return -1;
+  // Non-blocking: a FIFO planted at the target fails the copy instead of stalling it.
+  constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  Fd out(resume ? -1 : openat(parent.get(), name.c_str(), kFlags | O_CREAT | O_EXCL, 0644));
+  if (out.ok()) return out.release();
+  if (!resume && errno != EEXIST) return -1;
+  out.reset(openat(parent.get(), name.c_str(), kFlags));
+  struct stat in_st, out_st;
+  if (!out.ok() || fstat(out.get(), &out_st) != 0 || fstat(source, &in_st) != 0 || !S_ISREG(out_st.st_mode) ||
+      (in_st.st_dev == out_st.st_dev && in_st.st_ino == out_st.st_ino)) {
+    return -1;
+  }
+  if (!resume && ftruncate(out.get(), 0) != 0) return -1;
+  return out.release();
 }
 
 // Whether the worker has something to do for job without passing allowed bytes.
@@ -158,14 +197,23 @@ struct Step {
 Step copy_step(Job& job, size_t index, uint64_t offset, uint64_t budget, char* buffer) {
   const Piece& p = job.pieces[index];
   if (p.folder) {
-    bool ok = mkdir(p.to.c_str(), 0755) == 0 || errno == EEXIST;
+    std::string name;
+    Fd parent(open_parent_beneath(job.root, p.to, &name));
+    struct stat st;
+    bool ok = parent.ok() &&
+              (mkdirat(parent.get(), name.c_str(), 0755) == 0 ||
+               (errno == EEXIST && fstatat(parent.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISDIR(st.st_mode)));
     return Step{ok, true, 0};
   }
   if (job.in < 0) {
-    job.in = open(p.from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    // Non-blocking: a FIFO planted at the target fails the copy instead of stalling it.
-    job.out =
-        open(p.to.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | (offset == 0 ? O_TRUNC : 0), 0644);
+    struct stat st;
+    job.in = open_beneath(job.root, p.from, O_RDONLY | O_NONBLOCK);
+    if (job.in >= 0 && (fstat(job.in, &st) != 0 || !S_ISREG(st.st_mode))) {
+      close(job.in);
+      job.in = -1;
+    }
+    job.out = job.in >= 0 ? open_target(job.root, p.to, job.in, offset > 0) : -1;
     if (job.in < 0 || job.out < 0 || lseek(job.in, static_cast<off_t>(offset), SEEK_SET) < 0 ||
         lseek(job.out, static_cast<off_t>(offset), SEEK_SET) < 0) {
       job.close_files();
@@ -300,9 +348,11 @@ std::shared_ptr<Job> resumed(json_t* entry) {
   job->started_ms = int_of(entry, "started_ms");
   job->gateway_target = text_of(entry, "target");
   job->rate = int_of(entry, "rate");
-  if (!disk_host_path(text_of(entry, "source"), &job->source_root) ||
-      !disk_host_path(text_of(entry, "target"), &job->target_root) ||
-      !walk(job->source_root, job->target_root, &job->pieces, &job->total)) {
+  std::string reason;
+  job->root = open_file_root(&reason);
+  if (job->root < 0 || !disk_relative_path(job->root, text_of(entry, "source"), &job->source_root) ||
+      !disk_relative_path(job->root, text_of(entry, "target"), &job->target_root) ||
+      !walk(job->root, job->source_root, job->target_root, &job->pieces, &job->total)) {
     job->state = State::kFailed;
     return job;
   }
@@ -389,10 +439,11 @@ void sync_transfers() {
   if (changed) model_changed();
 }
 
-int32_t start_transfer(const std::string& source, const std::string& target, const char* gateway_source,
-                       const char* gateway_target) {
+int32_t start_transfer(int root, const std::string& source, const std::string& target,
+                       const char* gateway_source, const char* gateway_target) {
   auto job = std::make_shared<Job>();
-  if (!walk(source, target, &job->pieces, &job->total)) return 0;
+  job->root = fcntl(root, F_DUPFD_CLOEXEC, 0);
+  if (job->root < 0 || !walk(root, source, target, &job->pieces, &job->total)) return 0;
   json_t* storage = object_at("storage");
   json_int_t id = int_of(storage, "next_transfer", 1);
   if (id <= 0 || id >= INT32_MAX) id = 1;

@@ -15,20 +15,22 @@
 
 namespace velsim {
 
-// The host path of a gateway path on a disk, confined to that disk (ops_storage.cpp).
-bool disk_host_path(const char* gateway_path, std::string* host);
+// The path beneath the file root (descriptor root) of a gateway path on a disk,
+// confined to that disk (ops_storage.cpp).
+bool disk_relative_path(int root, const char* gateway_path, std::string* rel);
 
 // Brings the model's transfers up to date with the worker (see above), waiting for
 // it at most a bounded time. Under the platform lock.
 void sync_transfers();
 
-// Starts copying the file or folder at host path source to host path target (which
-// must not exist inside source); gateway paths name it in the model. Returns the
-// transfer identifier, or 0 when the source cannot be read.
-int32_t start_transfer(const std::string& source, const std::string& target, const char* gateway_source,
-                       const char* gateway_target);
+// Starts copying the file or folder at source to target (paths beneath the file root
+// root, target not inside source); gateway paths name it in the model. Every file and
+// folder is opened beneath the root without following a link, each time the copy
+// touches it. Returns the transfer identifier, or 0 when the source cannot be read.
+int32_t start_transfer(int root, const std::string& source, const std::string& target,
+                       const char* gateway_source, const char* gateway_target);
 
-// Fails every unfinished transfer reading or writing under host folder and waits
+// Fails every unfinished transfer reading or writing under folder (beneath the root) and waits
 // (a bounded time) until the worker has let go of them.
 void cancel_transfers_under(const std::string& folder);
 

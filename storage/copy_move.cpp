@@ -119,8 +119,9 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
   CopyRequest request = {};
   split_request(args.a1, &request, source, destination, room);
   ZoVelLog(kLogNotice, "max size file is %s.", request.largest);
-  // Only the destination is held against the disks; the platform confines the source.
-  if (!is_usb_path(destination)) {
+  // The source is held against the disks too, as "renameFile" holds both paths: the
+  // platform is the only other guard between a page and the whole file system.
+  if (!is_usb_path(destination) || !is_usb_path(source)) {
     set_bool(L, "setRes", false);
     return;
   }
@@ -133,6 +134,12 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
   // The first failed copy or move ends the loop.
   do {
     if (!names.next(&name)) break;
+    // "", "." and ".." name the source folder itself or its parent: skipped, and the
+    // loop goes on as after a copy or move that started.
+    if (name.empty() || name == "." || name == "..") {
+      status = 0;
+      continue;
+    }
     char* path = join_path(source, name);
     if (path == nullptr) continue;
     if (!copy) {

@@ -86,7 +86,9 @@ bool is_usb_path(const char* path) {
     for (const ZoVelUsbDevice& usb : devices) {
       if (!is_disk(usb)) continue;
       std::string_view mount = field_text(usb.mount_path);
-      if (strncmp(path, mount.data(), mount.size()) == 0) {
+      // A disk still mounting has no mount path yet: it holds no path at all (an
+      // empty prefix would accept every path on the machine).
+      if (!mount.empty() && strncmp(path, mount.data(), mount.size()) == 0) {
         accepted = true;
         break;
       }

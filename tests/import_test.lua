@@ -127,6 +127,12 @@ describe("velconfig dump and import", function()
         "^ddns%.ddnsCfg1: missing" },
       { "a path outside the disks", variant(function(a) a.fileLists.filePath = "/mnt/../etc" end), "^fileLists%.filePath: not a disk's folder" },
       { "a name leaving its folder", variant(function(a) a.fileLists.file1.name = "../../x" end), "^fileLists%.file1%.name: not a file name" },
+      { "a NUL in a text", variant(function(a) a.lan.lanIp = "10.0.0.1\0x" end), "^lan%.lanIp: text holds a NUL character$" },
+      { "files too big together", variant(function(a)
+          local f = a.fileLists
+          for i = 1, 20 do f["file" .. i] = { name = "f" .. i, isFolder = false, size = 60000, time = "" } end
+          f.fileNum = 20
+        end), "^fileLists%.file18%.size: the files so far add up to more than a simulated disk holds" },
     }
     for _, c in ipairs(cases) do
       h.write_file("/bad.json", c[2])
@@ -144,7 +150,58 @@ describe("velconfig dump and import", function()
     f:close()
     local status, _, err = run("import", h.file("/huge.json"))
     assert.are.equal(2, status)
-    assert.truthy(err:find("(file): 104857600 bytes, more than a dump can be", 1, true))
+    assert.truthy(err:find("huge.json: larger than 16777216 bytes", 1, true))
+    -- a device or a FIFO is refused at once, neither read for ever nor waited on
+    assert(os.execute("mkfifo " .. h.quote(h.file("/fifo.json"))) == 0)
+    for _, path in ipairs({ "/dev/zero", h.file("/fifo.json") }) do
+      status, _, err = run("import", path)
+      assert.are.same({ 2, true }, { status, err:find(": not a regular file\n$") ~= nil }, path)
+    end
     assert.are.equal(before, h.read_file("/gateway.json"))
+    assert.is_nil(h.read_file("/gateway.json.bak"))
+  end)
+
+  it("replaces the state in one step under its lock, keeps it privately, and touches only its own gateway's disks", function()
+    local state = h.file("/gateway.json")
+    local _, good = run("dump")
+    h.write_file("/good.json", good)
+    -- a folder made on the default gateway's disk, and one on another gateway's
+    local other = h.file("/other.json")
+    local function other_cli(...) return h.shell(h.cli(other, ...):gsub("^VELCONFIG_ROOT=%S+ ", "")) end
+    assert.are.equal(0, (run("get", "newFolder", "/mnt/usb1_1/mine")))
+    assert.are.equal(0, (other_cli("get", "newFolder", "/mnt/usb1_1/theirs")))
+    assert.truthy(io.open(h.file("/other.root/mnt/usb1_1/theirs")))
+    -- 40 port mappings added one by one while the state is imported again and again
+    local words = h.cli(state, "set", "pmSetSingle", "op=add", "client=192.168.1.9", "protocol=TCP", "exPort=1",
+      "inPort=1")
+    local answered = h.file("/answered")
+    local loop = "for i in $(seq 1 40); do [ \"$(" .. words .. " desp=r$i)\" = 0 ] && echo r$i; done > " ..
+      h.quote(answered) .. "; echo done >> " .. h.quote(answered)
+    local p = io.popen("sh -c " .. h.quote(loop) .. " >/dev/null 2>&1 & echo $!")
+    p:close()
+    local kept = {}
+    local function collect(text)
+      for name in (text or ""):gmatch('"(r%d+)"') do kept[name] = true end
+    end
+    for _ = 1, 200 do
+      local st = run("import", h.file("/good.json"))
+      assert.are.equal(0, st)
+      collect(h.read_file("/gateway.json.bak"))
+      local log = h.read_file("/answered") or ""
+      if log:find("done\n$") then break end
+    end
+    collect(h.read_file("/gateway.json"))
+    local made = 0
+    for name in h.read_file("/answered"):gmatch("r%d+") do
+      made = made + 1
+      assert(kept[name], name .. " answered 0 but is neither in a backup nor in the state")
+    end
+    assert.are.equal(40, made)
+    -- the backup is as private as the state; the other gateway's disks are untouched;
+    -- this gateway's old disk folders are gone
+    local _, mode = h.shell("stat -c %a " .. h.quote(state .. ".bak"))
+    assert.are.equal("600\n", mode)
+    assert.truthy(io.open(h.file("/other.root/mnt/usb1_1/theirs")))
+    assert.is_nil(io.open(h.root .. "/mnt/usb1_1/mine"))
   end)
 end)

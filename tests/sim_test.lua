@@ -245,32 +245,87 @@ describe("the simulator", function()
       v:get("subFiles", "/mnt/usb2")
     end)
 
+    local function ln(target, at) assert(os.execute("ln -s " .. h.quote(target) .. " " .. h.quote(h.file(at))) == 0) end
+
     it("keep every file operation inside the disk, through a symbolic link too, and are never made outside the file root", function()
       h.write_file("/outside/secret.txt", "secret")
-      assert(os.execute("ln -s " .. h.quote(h.file("/outside")) .. " " .. h.quote(h.file("/mnt/usb1/link"))) == 0)
+      h.write_file("/outside/victim.txt", "victim")
+      ln(h.file("/outside"), "/mnt/usb1/link")
       assert.are.same({ fileNum = 0, filePath = "/mnt/usb1/link" }, v:get("subFiles", "/mnt/usb1/link"))
       v:get("deleteFiles", "/mnt/usb1/link", "secret.txt/")
-      v:get("deleteFiles", "/mnt/usb1", "link/")
       v:get("renameFile", "/mnt/usb1/docs/a.txt", "/mnt/usb1/link/a.txt")
       v:get("renameFile", "/mnt/usb1/link/secret.txt", "/mnt/usb1/docs/stolen.txt")
       v:get("newFolder", "/mnt/usb1/link/new")
       v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb1/link|a.txt", "a.txt/")
       v:get("copyMove", "copy|/mnt/usb1/link|/mnt/usb1/docs|secret.txt", "secret.txt/")
       v:get("copyMove", "move|/mnt/usb1/link|/mnt/usb1/docs|x", "secret.txt/")
-      assert.are.equal("secret", h.read_file("/outside/secret.txt"))
-      assert.is_nil(h.read_file("/outside/a.txt"))
+      -- links at a copy's target: a file outside, a folder outside, the source itself
+      ln(h.file("/outside/victim.txt"), "/mnt/usb2/b.txt")
+      ln(h.file("/outside"), "/mnt/usb2/sub")
+      ln(h.file("/mnt/usb1/docs/a.txt"), "/mnt/usb2/a.txt")
+      h.sim.advance_clock(100)
+      for _, name in ipairs({ "b.txt", "sub", "a.txt" }) do
+        local id = v:get("copyMove", "copy|/mnt/usb1/docs|/mnt/usb2|" .. name, name .. "/").transId
+        h.sim.advance_clock(100)
+        assert.are.equal(200, v:get("copyProgress", tostring(id)).percent, name)
+      end
+      assert.are.same({ "secret", "victim", "alpha", "bravo", "charlie" }, { h.read_file("/outside/secret.txt"),
+        h.read_file("/outside/victim.txt"), h.read_file("/mnt/usb1/docs/a.txt"), h.read_file("/mnt/usb1/docs/b.txt"),
+        h.read_file("/mnt/usb1/docs/sub/c.txt") })
+      assert.is_nil(io.open(h.file("/outside/a.txt")))
+      assert.is_nil(io.open(h.file("/outside/c.txt")))
+      assert.is_nil(io.open(h.file("/outside/new")))
       assert.is_nil(h.read_file("/mnt/usb1/docs/stolen.txt"))
       assert.is_nil(h.read_file("/mnt/usb1/docs/secret.txt"))
-      assert.are.equal("alpha", h.read_file("/mnt/usb1/docs/a.txt"))
-      -- the link itself stays too
-      assert.are.equal("secret", h.read_file("/mnt/usb1/link/secret.txt"))
-      assert.are.equal(3, #h.calls("ZoVel_NAS_Copy") + #h.calls("ZoVel_NAS_Move"))
+      -- a link is removed as itself, never what it leads to
+      v:get("deleteFiles", "/mnt/usb1", "link/")
+      assert.are.same({ "secret", nil }, { h.read_file("/outside/secret.txt"), h.read_file("/mnt/usb1/link/secret.txt") })
       -- a disk whose mount path leads out of the file root
       local escape = "/../" .. h.root:match("[^/]+$") .. "-escape"
       use_disks(0, { disk(2, escape, { ["a.txt"] = "a" }) })
       assert.are.same({ 0, escape }, { v:get("fileLists").fileNum, v:get("fileLists").filePath })
       assert.are.same({ fileNum = 0, filePath = escape }, v:get("usbFormat", "2"))
       assert.is_nil(io.open(h.root .. "-escape"))
+    end)
+
+    it("never reach outside the disk while a folder is swapped for a link and back", function()
+      use_disks(0, { disk(2, "/mnt/usb1", { ["docs/"] = "" }) })
+      v:get("subFiles", "/mnt/usb1")
+      local n = 150
+      local names = {}
+      for i = 1, n do
+        names[#names + 1], names[#names + 2] = "f" .. i, "g" .. i
+        h.write_file("/outside/f" .. i, "outside")
+        h.write_file("/outside/g" .. i, "outside")
+        h.write_file("/mnt/usb1/sub/f" .. i, "inside")
+      end
+      -- The swapper: "sub" is the real folder, then a link to the folder outside, in a
+      -- loop, for at most 20 seconds.
+      local folder, out = h.file("/mnt/usb1"), h.file("/outside")
+      local script = "cd " .. h.quote(folder) .. " && end=$(($(date +%s) + 20)); while [ $(date +%s) -lt $end ]; do " ..
+        "mv sub sub.real; ln -s " .. h.quote(out) .. " sub; rm sub; mv sub.real sub; done"
+      local p = io.popen("sh -c " .. h.quote(script) .. " >/dev/null 2>&1 & echo $!")
+      local pid = p:read("*l")
+      p:close()
+      for i = 1, n do
+        v:get("deleteFiles", "/mnt/usb1/sub", "f" .. i .. "/")
+        v:get("renameFile", "/mnt/usb1/sub/g" .. i, "/mnt/usb1/docs/g" .. i)
+        v:get("newFolder", "/mnt/usb1/sub/n" .. i)
+        v:get("copyMove", "copy|/mnt/usb1/sub|/mnt/usb1/docs|x", "f" .. i .. "/")
+      end
+      os.execute("kill " .. pid)
+      os.execute("sleep 0.2; cd " .. h.quote(folder) .. " && { [ -d sub.real ] && rm -f sub && mv sub.real sub; true; }")
+      local p2 = io.popen("ls " .. h.quote(out))
+      local left = {}
+      for line in p2:lines() do left[#left + 1] = line end
+      p2:close()
+      table.sort(names)
+      assert.are.same(names, left)
+      for i = 1, n do
+        assert.are.equal("outside", h.read_file("/outside/f" .. i))
+        assert.are_not.equal("outside", h.read_file("/mnt/usb1/docs/f" .. i))
+        assert.is_nil(h.read_file("/mnt/usb1/docs/g" .. i))
+      end
     end)
 
     it("never replace an entry, nor copy a file onto itself or a folder into itself", function()

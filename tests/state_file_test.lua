@@ -144,9 +144,51 @@ describe("a state file shared by processes", function()
     assert.are.same({ 0, "-5\t1\ttrue\tnil\n", "" }, { status, out, err })
     local m = saved(state)
     assert.are.same({ 1, 1 }, { m.device.boot_count, #m.ddns })
+    -- a lock another process holds is waited on for a bounded time, then reported
+    status, out, err = shell("flock " .. quote(state .. ".lock") .. " sleep 3 & sleep 0.3; VELCONFIG_SIM_LOCK_WAIT_MS=300 " ..
+      cli(state, "get", "devType"))
+    assert.are.same({ 1, "" }, { status, out })
+    assert.matches("another process has held its lock for 300 ms", err, 1, true)
     -- and a state file that cannot even be created fails the run before anything
     status, out, err = shell(cli("/proc/velconfig-none/gateway.json", "set", "reboot"))
     assert.are.same({ 1, "" }, { status, out })
     assert.matches("^velconfig: cannot use state file /proc/velconfig%-none/gateway.json: ", err)
+  end)
+
+  it("is one default gateway for a page script and the CLI, with a private root beside it, refused when others can write it", function()
+    local home = os.tmpname()
+    os.remove(home)
+    local env = "env -u VELCONFIG_SIM_STATE -u VELCONFIG_ROOT XDG_STATE_HOME=" .. quote(home) .. " "
+    local tool = quote(os.getenv("VELCONFIG_TOOL"))
+    local page = os.tmpname()
+    local f = assert(io.open(page, "w"))
+    f:write('local v = require "velconfig"\n',
+      'print(v:set("usbModifyLabel", { instno = "2", newLabel = arg[1] }), v:get("newFolder", "/mnt/usb1_1/" .. arg[1]).fileNum)\n')
+    f:close()
+    local function script(word, extra) return shell(env .. (extra or "") .. lua .. " " .. quote(page) .. " " .. word) end
+    local status, out, err = script("FromPage")
+    assert.are.same({ 0, "", true }, { status, err, tonumber(out:match("^0\t(%d+)\n$")) > 1 })
+    local _, listed = shell(env .. tool .. " get usbDevices")
+    assert.are.equal("FromPage", cjson.decode(listed).storage1.label)
+    local root = home .. "/velconfig/gateway.root"
+    assert.truthy(io.open(root .. "/mnt/usb1_1/FromPage"))
+    assert.are.equal("700 700\n", select(2, shell("stat -c %a " .. quote(root) .. " " .. quote(home .. "/velconfig") .. " | paste -sd ' '")))
+    -- another state file is another gateway, with its own root, for both alike
+    local other = home .. "/other.json"
+    status, out = script("Other", "VELCONFIG_SIM_STATE=" .. quote(other) .. " ")
+    assert.are.same({ 0, true }, { status, tonumber(out:match("^0\t(%d+)\n$")) > 1 })
+    _, listed = shell(env .. tool .. " --state " .. quote(other) .. " get usbDevices")
+    assert.are.equal("Other", cjson.decode(listed).storage1.label)
+    assert.truthy(io.open(home .. "/other.root/mnt/usb1_1/Other"))
+    assert.is_nil(io.open(root .. "/mnt/usb1_1/Other"))
+    -- a root others can write is refused with the reason, by the CLI and the page alike
+    shell("chmod 0777 " .. quote(root))
+    status, out, err = shell(env .. tool .. " get subFiles /mnt/usb1_1")
+    assert.are.same({ 1, "" }, { status, out })
+    assert.matches("^velconfig: file root " .. root:gsub("%p", "%%%0") .. " is writable by others %(mode 0777%)", err)
+    status, out, err = script("Refused")
+    assert.are.same({ 0, "0\t0\n" }, { status, out })
+    assert.matches("velconfig simulator: file root .* is writable by others", err)
+    shell("rm -rf " .. quote(home) .. " " .. quote(page))
   end)
 end)

@@ -122,10 +122,12 @@ describe("storage", function()
       assert.are.same({ "3 ZoVel_GetUSBDeviceObjs failed." }, h.log_texts())
     end)
 
-    it("a disk with an empty mount path accepts every path; the platform still keeps to the disks", function()
+    it("a disk with an empty mount path (still mounting) holds no path at all", function()
       use_disks({ disk(3, ""), disk(2, "/mnt/usb1", "", { ["a.txt"] = "a" }) })
-      assert.are.same({ fileNum = 0, filePath = "/etc" }, v:get("subFiles", "/etc"))
-      assert.are.same({ "/etc" }, field_of(h.calls("ZoVel_NAS_GetFileNum"), "folder"))
+      assert.are.same({ fileNum = 0 }, v:get("subFiles", "/etc"))
+      assert.are.same({ fileNum = 0 }, v:get("deleteFiles", "/etc", "config/"))
+      assert.are.same({}, h.calls("ZoVel_NAS_GetFileNum"))
+      assert.are.same({}, h.calls("ZoVel_NAS_Remove"))
       assert.are.equal(1, v:get("subFiles", "/mnt/usb1").fileNum)
     end)
   end)
@@ -219,8 +221,7 @@ describe("storage", function()
       assert.are.equal("/mnt/usb1/docs", r.filePath)
       assert.are.equal("alpha", h.read_file("/mnt/usb1/a-renamed.txt"))
       assert.are.equal(1, #h.calls("ZoVel_NAS_ReName"))
-      -- a disk mounted at "" accepts an old path without any "/": no folder to list
-      use_disks({ disk(2, "") })
+      -- an old path without any "/": no folder to list
       assert.are.same({ fileNum = 0 }, v:get("renameFile", "noslash", "/mnt/usb1/x"))
       assert.are.equal(1, #h.calls("ZoVel_NAS_ReName"))
     end)
@@ -248,6 +249,10 @@ describe("storage", function()
         { "a NUL in the folder to make", "newFolder", { "/mnt/usb1/new\0/../../x" }, { fileNum = 0 }, {} },
         { "a NUL in the request", "copyMove", { "move|/mnt/usb1/docs|/mnt/usb10\0x|x", "a.txt/" },
           { fileNum = 0, setRes = false }, {} },
+        { "a source folder off the disks", "copyMove", { "move|/elsewhere|/mnt/usb1|x", "x/" }, { setRes = false }, {} },
+        { "'', '.' and '..' to copy", "copyMove", { "copy|/mnt/usb1/docs|/mnt/usb10|x", "/./../" },
+          { fileNum = 0, transId = 0, setRes = true }, {} },
+        { "a disk number beyond 32 bits", "usbFormat", { "4294967298" }, { fileNum = 0 }, {} },
       } do
         h.fresh_root()
         use_disks(standard_disks())

@@ -9,8 +9,10 @@ local M = {}
 
 -- A dump of 254 hosts is about 200 KB; anything near this is not a dump.
 M.MAX_BYTES = 16 * 1024 * 1024
--- The simulator writes at most this much into one sample file.
+-- The simulator makes one sample file at most this big (sparse: holes, no data
+-- written), and all of a dump's sample files together at most the second figure.
 local LARGEST_FILE = 64 * 1024 * 1024
+M.LARGEST_DISK_BYTES = 1024 * 1024 * 1024
 
 local S, N, B = "string", "number", "boolean"
 
@@ -88,6 +90,8 @@ local function check_type(where, v, wanted)
     refuse(where, "expected " .. TYPE_NAMES[wanted] .. ", got " .. type_name(v))
   end
   if wanted == N and (v ~= v or v == math.huge or v == -math.huge) then refuse(where, "not a finite number") end
+  -- The module's texts end at a NUL: a text holding one would not be what the dump says.
+  if wanted == S and v:find("%z") then refuse(where, "text holds a NUL character") end
 end
 
 local function check_fields(where, t, fields)
@@ -571,6 +575,7 @@ function builders.usb(a, m)
       check_disk_path("fileLists.filePath", files.filePath)
       entry.mount_path = files.filePath
       entry.files = {}
+      local described = 0
       for k, f in ipairs(rows(files, "file", "fileNum")) do
         local where = "fileLists.file" .. k .. ".name"
         check_name(where, f.name or "")
@@ -579,6 +584,10 @@ function builders.usb(a, m)
         else
           local bytes = math.max(0, ((f.size or 1) - 1) * 1024)
           if bytes > LARGEST_FILE then refuse("fileLists.file" .. k .. ".size", "larger than a simulated file can be") end
+          described = described + bytes
+          if described > M.LARGEST_DISK_BYTES then
+            refuse("fileLists.file" .. k .. ".size", string.format("the files so far add up to more than a simulated disk holds (%d bytes)", M.LARGEST_DISK_BYTES))
+          end
           entry.files[f.name] = bytes
         end
       end

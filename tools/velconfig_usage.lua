@@ -35,7 +35,7 @@ M.commands = {
 
 M.options = {
   { "-v, --verbose", "also print the platform log lines on stderr" },
-  { "--state FILE", "the simulated gateway's state file (default: a per-user file seeded from the built-in gateway); ignored on a gateway" },
+  { "--state FILE", "the simulated gateway's state file (default: VELCONFIG_SIM_STATE, else ~/.local/state/velconfig/gateway.json, seeded from the built-in gateway); its files live beside it, in FILE's name with .root, unless VELCONFIG_ROOT is set; ignored on a gateway" },
   { "--no-token", "serve without the token, for scripts on a single-user machine: any local process or user can then drive the gateway", pc = true },
 }
 

@@ -20,6 +20,9 @@ async function request(url, init) {
   setBanner("#offline", false);
   const body = await r.json().catch(() => ({}));
   if (r.status === 403 && /token/.test(body.error || "")) setBanner("#signin", true);
+  // The simulated gateway's state file cannot be read or saved: nothing shown is true.
+  $("#state-problem").textContent = r.status === 503 ? body.error || "" : "";
+  setBanner("#state", r.status === 503);
   if (!r.ok) throw new Error(body.error || r.statusText);
   return body;
 }

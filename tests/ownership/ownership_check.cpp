@@ -1,6 +1,7 @@
 // Checks of the ownership rule, the command runner and the simulator's seams, run
 // outside any Lua call the way a C program calling the exported function runs.
 #include <dirent.h>
+#include <fcntl.h>
 #include <glib.h>
 #include <signal.h>
 #include <stdio.h>
@@ -181,14 +182,34 @@ void check_sim_seams(const std::string& root) {
   g_mkdir_with_parents((root + "/outside").c_str(), 0700);
   symlink((root + "/outside").c_str(), (root + "/mnt/usb1_1/escape").c_str());
   symlink("/etc", (root + "/mnt/usb1_1/etc").c_str());
-  std::string out;
-  CHECK(velsim::confined_path("/mnt/usb1_1/photos/new", "/mnt/usb1_1", &out));
-  CHECK(g_str_has_suffix(out.c_str(), "/root/mnt/usb1_1/photos/new"));
-  CHECK(!velsim::confined_path("/mnt/usb1_1/../../outside", "/mnt/usb1_1", &out));
-  CHECK(!velsim::confined_path("/mnt/usb1_1/escape/x", "/mnt/usb1_1", &out));
-  CHECK(!velsim::confined_path("/mnt/usb1_1/etc/passwd", "/mnt/usb1_1", &out));
-  CHECK(!velsim::confined_path("/mnt/usb1_10/x", "/mnt/usb1_1", &out));
-  CHECK(!velsim::confined_path("relative", "/mnt/usb1_1", &out));
+  std::string out, reason;
+  CHECK(velsim::relative_within("/mnt/usb1_1/photos/./new", "/mnt/usb1_1", &out) &&
+        out == "mnt/usb1_1/photos/new");
+  CHECK(!velsim::relative_within("/mnt/usb1_1/../../outside", "/mnt/usb1_1", &out));
+  CHECK(!velsim::relative_within("/mnt/usb1_10/x", "/mnt/usb1_1", &out));
+  CHECK(!velsim::relative_within("relative", "/mnt/usb1_1", &out));
+  velsim::Fd top(velsim::open_file_root(&reason));
+  CHECK(top.ok());
+  velsim::Fd photos(velsim::open_beneath(top.get(), "mnt/usb1_1/photos", O_PATH | O_DIRECTORY));
+  CHECK(photos.ok());
+  // A link anywhere on the way, or at the end, is never followed.
+  CHECK(velsim::open_beneath(top.get(), "mnt/usb1_1/escape/x", O_RDONLY) < 0);
+  CHECK(velsim::open_beneath(top.get(), "mnt/usb1_1/etc/passwd", O_RDONLY) < 0);
+  CHECK(velsim::open_beneath(top.get(), "mnt/usb1_1/etc", O_RDONLY) < 0);
+  CHECK(velsim::open_beneath(photos.get(), "../../../outside", O_PATH) < 0);
+  CHECK(!velsim::make_folders_beneath(top.get(), "mnt/usb1_1/escape/made", 0700));
+  CHECK(!g_file_test((root + "/outside/made").c_str(), G_FILE_TEST_EXISTS));
+
+  // A root another user could plant things in is refused, with the reason.
+  chmod(root.c_str(), 0777);
+  CHECK(velsim::open_file_root(&reason) < 0 && reason.find("writable by others") != std::string::npos);
+  chmod(root.c_str(), 0700);
+  std::string linked = root + "-link";
+  CHECK(symlink(root.c_str(), linked.c_str()) == 0);
+  velsim::set_file_root(linked);
+  CHECK(velsim::open_file_root(&reason) < 0 && reason.find("symbolic link") != std::string::npos);
+  unlink(linked.c_str());
+  velsim::set_file_root(root);
 }
 
 void check_utf8_copy() {
@@ -243,7 +264,9 @@ void check_copy_worker_joined(const std::string& root) {
   velsim::pin_clock(2000);
   json_object_set_new(velsim::object_at("storage"), "copy_rate", json_integer(1));
   int before = threads();
-  CHECK(velsim::start_transfer(source, root + "/copy-target", "/mnt/a", "/mnt/b") > 0);
+  std::string reason;
+  velsim::Fd top(velsim::open_file_root(&reason));
+  CHECK(velsim::start_transfer(top.get(), "copy-source", "copy-target", "/mnt/a", "/mnt/b") > 0);
   CHECK(threads() == before + 1);
   velsim::stop_copy_worker();
   int after = threads();

@@ -1,6 +1,8 @@
 // slow_clients PORT N PATH: opens N connections to 127.0.0.1:PORT that each send half
 // a request and then stall, then sends one whole GET of PATH and prints the status
 // line it gets and how long it took. Exits 1 when no answer came within 5 seconds.
+// slow_clients PORT trickle: sends a request's header one line every 200 ms, never
+// ending it, and prints how long the server kept the connection (at most 30 s).
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -38,7 +40,32 @@ double now_ms() {
 
 }  // namespace
 
+// The trickling client: true when the server closed the connection.
+int trickle(int port) {
+  int fd = connect_loopback(port);
+  if (fd < 0) return 1;
+  double start = now_ms();
+  static const char kFirst[] = "GET / HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+  bool open = send(fd, kFirst, sizeof kFirst - 1, MSG_NOSIGNAL) > 0;
+  for (int line = 0; open && now_ms() - start < 30000; ++line) {
+    struct pollfd wait = {fd, POLLIN, 0};
+    if (poll(&wait, 1, 200) == 1) {
+      char byte;
+      open = read(fd, &byte, 1) > 0;
+      continue;
+    }
+    char text[32];
+    int length = snprintf(text, sizeof text, "X-Line-%d: x\r\n", line);
+    open = send(fd, text, static_cast<size_t>(length), MSG_NOSIGNAL) == length;
+  }
+  close(fd);
+  printf("%s after %.0f ms\n", open ? "still open" : "closed", now_ms() - start);
+  return open ? 1 : 0;
+}
+
 int main(int argc, char** argv) {
+  if (argc == 3 && strcmp(argv[2], "trickle") == 0)
+    return trickle(static_cast<int>(strtol(argv[1], nullptr, 10)));
   if (argc != 4) {
     fprintf(stderr, "usage: slow_clients PORT N PATH\n");
     return 2;

@@ -103,9 +103,11 @@ end
 -- opts: velconfig (the module), json (tools/velconfig_json.lua), cjson, web_dir,
 -- catalogue (a list of key descriptions), token (the session's secret; nil serves
 -- the API to anyone who can reach the port), base (the path the console is served
--- under, "/" unless a page folder is served beside it).
+-- under, "/" unless a page folder is served beside it), state_error (the simulator's:
+-- the first state file problem since it was last asked, or nil; absent on a gateway).
 function M.handler(opts)
   local velconfig, json, cjson, token = opts.velconfig, opts.json, opts.cjson, opts.token
+  local state_error = opts.state_error or function() return nil end
   -- Read keys that change the gateway are served on POST only, so that no link,
   -- image or prefetch can call them.
   local post_only = {}
@@ -135,9 +137,21 @@ function M.handler(opts)
     return true, value
   end
 
+  -- A state file that cannot be read (a hand edit half done) or saved makes every
+  -- answer the module gives meaningless: the API says so instead of showing an empty
+  -- gateway.
+  local function call_module(...)
+    state_error()
+    local results = { pcall(call, velconfig, ...) }
+    local problem = state_error()
+    if problem then return false, 503, "the simulated gateway's state cannot be used: " .. problem end
+    return true, unpack(results, 1, 2)
+  end
+
   local function api_get(key, args)
     local n = args.a2 ~= nil and 2 or (args.a1 ~= nil and 1 or 0)
-    local ok, result = pcall(call, velconfig, "get", key, n, args.a1 or "", args.a2)
+    local usable, ok, result = call_module("get", key, n, args.a1 or "", args.a2)
+    if not usable then return fail(ok, result) end
     if not ok then return fail(400, error_text(result)) end
     -- Built by hand so that an answer of nil still shows as null.
     return 200, "application/json", '{"key":' .. json.quote(key) .. ',"answer":' .. json.encode_compact(result) .. "}"
@@ -173,7 +187,8 @@ function M.handler(opts)
   local function api_set(key, body)
     local ok, n, input = set_input(body)
     if not ok then return fail(400, n) end
-    local called, result = pcall(call, velconfig, "set", key, n, input)
+    local usable, called, result = call_module("set", key, n, input)
+    if not usable then return fail(called, result) end
     if not called then return fail(400, error_text(result)) end
     return answer(200, { key = key, result = result })
   end

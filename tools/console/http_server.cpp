@@ -12,8 +12,13 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <time.h>
 
+#include <algorithm>
 #include <lua.hpp>
+#include <new>
+#include <vector>
 
 namespace {
 
@@ -25,6 +30,9 @@ constexpr size_t kBodyLimit = size_t{64} * 1024;
 // leaves open, so that slow clients cannot hold every slot for long.
 constexpr unsigned int kConnectionLimit = 2048;
 constexpr unsigned int kIdleSeconds = 10;
+// The whole header of a request must arrive within this time: the idle time-out
+// alone lets a client that sends one line every few seconds hold its slot for ever.
+constexpr int64_t kHeaderMs = 5000;
 // Descriptors kept free beside the connections: the listening socket, epoll, the
 // state file, the pages being read.
 constexpr rlim_t kSpareDescriptors = 64;
@@ -61,12 +69,78 @@ struct Upload {
   bool too_large;
 };
 
+// A connection waiting for a request's header, since when (monotonic ms).
+struct Waiting {
+  int fd;
+  int64_t since_ms;
+  bool header_done;
+  Waiting* prev;
+  Waiting* next;
+};
+
+// Trivially destructible: l_serve raises Lua errors while it is alive.
 struct Server {
   lua_State* L;
   int handler_ref;
+  Waiting* connections;  // a list linked through Waiting::next
 };
 
-void free_upload(void*, struct MHD_Connection*, void** con_cls, enum MHD_RequestTerminationCode) {
+int64_t monotonic_ms() {
+  struct timespec t;
+  clock_gettime(CLOCK_MONOTONIC, &t);
+  return static_cast<int64_t>(t.tv_sec) * 1000 + t.tv_nsec / 1000000;
+}
+
+// Tracks each connection from its start, for the header deadline.
+void on_connection(void* cls, struct MHD_Connection* connection, void** socket_context,
+                   enum MHD_ConnectionNotificationCode code) {
+  Server* server = static_cast<Server*>(cls);
+  if (code == MHD_CONNECTION_NOTIFY_STARTED) {
+    const union MHD_ConnectionInfo* info =
+        MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    Waiting* w = new (std::nothrow)
+        Waiting{info != nullptr ? info->connect_fd : -1, monotonic_ms(), false, nullptr, server->connections};
+    if (w != nullptr) {
+      if (server->connections != nullptr) server->connections->prev = w;
+      server->connections = w;
+    }
+    *socket_context = w;
+  } else {
+    Waiting* w = static_cast<Waiting*>(*socket_context);
+    if (w == nullptr) return;
+    if (w->prev != nullptr) w->prev->next = w->next;
+    if (w->next != nullptr) w->next->prev = w->prev;
+    if (server->connections == w) server->connections = w->next;
+    delete w;
+    *socket_context = nullptr;
+  }
+}
+
+Waiting* waiting_of(struct MHD_Connection* connection) {
+  const union MHD_ConnectionInfo* info =
+      MHD_get_connection_info(connection, MHD_CONNECTION_INFO_SOCKET_CONTEXT);
+  return info != nullptr ? static_cast<Waiting*>(info->socket_context) : nullptr;
+}
+
+// Ends every connection whose request header is still incomplete after the deadline:
+// shut down under libmicrohttpd, which then reads the end and closes it as usual.
+void end_late_headers(Server* server) {
+  int64_t now = monotonic_ms();
+  for (Waiting* w = server->connections; w != nullptr; w = w->next) {
+    if (!w->header_done && w->fd >= 0 && now - w->since_ms > kHeaderMs) {
+      shutdown(w->fd, SHUT_RDWR);
+      w->header_done = true;  // shut once
+    }
+  }
+}
+
+void free_upload(void*, struct MHD_Connection* connection, void** con_cls, enum MHD_RequestTerminationCode) {
+  // The next request on a kept-alive connection has its own header deadline.
+  Waiting* w = waiting_of(connection);
+  if (w != nullptr) {
+    w->since_ms = monotonic_ms();
+    w->header_done = false;
+  }
   Upload* upload = static_cast<Upload*>(*con_cls);
   if (upload != nullptr) {
     free(upload->uri);
@@ -193,6 +267,8 @@ MHD_Result on_request(void* cls, struct MHD_Connection* connection, const char* 
   if (upload == nullptr) return MHD_NO;  // keep_uri had no memory for it
   if (!upload->started) {
     upload->started = true;
+    Waiting* w = waiting_of(connection);
+    if (w != nullptr) w->header_done = true;
     return MHD_YES;
   }
   if (*upload_size != 0) {
@@ -244,10 +320,12 @@ MHD_Result on_request(void* cls, struct MHD_Connection* connection, const char* 
 }
 
 // Raises the soft descriptor limit as far as the connection limit needs (the hard
-// limit allows it without privileges) and answers the connection limit that fits.
+// limit allows it without privileges) and answers the connection limit that fits in
+// what the process may open, the spare descriptors kept (half the limit when it is
+// too small for them), so that accept never meets EMFILE.
 unsigned int connection_limit() {
   struct rlimit files;
-  if (getrlimit(RLIMIT_NOFILE, &files) != 0) return 256;
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0) return 16;
   rlim_t wanted = kConnectionLimit + kSpareDescriptors;
   if (files.rlim_cur != RLIM_INFINITY && files.rlim_cur < wanted) {
     rlim_t raised = files.rlim_max == RLIM_INFINITY || files.rlim_max >= wanted ? wanted : files.rlim_max;
@@ -255,9 +333,9 @@ unsigned int connection_limit() {
     if (setrlimit(RLIMIT_NOFILE, &grown) == 0) files.rlim_cur = raised;
   }
   if (files.rlim_cur == RLIM_INFINITY || files.rlim_cur >= wanted) return kConnectionLimit;
-  return files.rlim_cur > 2 * kSpareDescriptors
-             ? static_cast<unsigned int>(files.rlim_cur - kSpareDescriptors)
-             : static_cast<unsigned int>(kSpareDescriptors);
+  rlim_t room =
+      files.rlim_cur > 2 * kSpareDescriptors ? files.rlim_cur - kSpareDescriptors : files.rlim_cur / 2;
+  return room > 0 ? static_cast<unsigned int>(room) : 1;
 }
 
 // serve{port = N, bind = "127.0.0.1", handler = f, ready = g}: listens, calls
@@ -276,7 +354,7 @@ int l_serve(lua_State* L) {
   if (port < 0 || port > 65535) return luaL_error(L, "port %d is out of range", static_cast<int>(port));
   lua_getfield(L, 1, "handler");
   luaL_checktype(L, -1, LUA_TFUNCTION);
-  Server server = {L, luaL_ref(L, LUA_REGISTRYINDEX)};
+  Server server = {L, luaL_ref(L, LUA_REGISTRYINDEX), nullptr};
 
   struct sockaddr_in address;
   memset(&address, 0, sizeof address);
@@ -289,6 +367,7 @@ int l_serve(lua_State* L) {
       MHD_USE_ERROR_LOG | MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, on_request, &server,
       MHD_OPTION_EXTERNAL_LOGGER, log_until_serving, nullptr, MHD_OPTION_SOCK_ADDR, &address,
       MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr, MHD_OPTION_URI_LOG_CALLBACK, keep_uri, nullptr,
+      MHD_OPTION_NOTIFY_CONNECTION, on_connection, &server,
       MHD_OPTION_CONNECTION_LIMIT, limit, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
   if (daemon == nullptr) {
     luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
@@ -311,7 +390,10 @@ int l_serve(lua_State* L) {
     lua_pop(L, 1);
   }
   serving = true;
-  while (!stop_requested) MHD_run_wait(daemon, 500);
+  while (!stop_requested) {
+    MHD_run_wait(daemon, 250);
+    end_late_headers(&server);
+  }
   MHD_stop_daemon(daemon);
   luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
   return 0;

@@ -65,10 +65,35 @@ struct Paths {
   bool no_commit = false;
 };
 
+// The simulated gateway's file root, as the simulator chooses it: VELCONFIG_ROOT,
+// else the root beside the state file (VELCONFIG_SIM_STATE, else the user's default
+// gateway in $XDG_STATE_HOME/velconfig, ~/.local/state without it). A root another
+// user could plant files or links in is refused, as the simulator refuses it.
 Paths default_paths() {
   const char* env = getenv("VELCONFIG_ROOT");
-  std::string root =
-      (env != nullptr && *env != '\0') ? env : "/tmp/velconfig-root-" + std::to_string(getuid());
+  std::string root;
+  if (env != nullptr && *env != '\0') {
+    root = env;
+  } else {
+    const char* state = getenv("VELCONFIG_SIM_STATE");
+    std::string file;
+    if (state != nullptr && *state != '\0') {
+      file = state;
+    } else {
+      const char* xdg = getenv("XDG_STATE_HOME");
+      const char* home = getenv("HOME");
+      std::string base =
+          xdg != nullptr && xdg[0] == '/' ? xdg : std::string(home != nullptr ? home : "") + "/.local/state";
+      file = base + "/velconfig/gateway.json";
+    }
+    if (file.size() > 5 && file.compare(file.size() - 5, 5, ".json") == 0) file.resize(file.size() - 5);
+    root = file + ".root";
+  }
+  struct stat st;
+  if (lstat(root.c_str(), &st) == 0 &&
+      (!S_ISDIR(st.st_mode) || st.st_uid != geteuid() || (st.st_mode & (S_IWGRP | S_IWOTH)) != 0)) {
+    fail(kIo, " (file root " + root + " is a link, not a folder, not yours or writable by others)");
+  }
   return Paths{root + "/etc/config", root + "/tmp/.uci"};
 }
 

@@ -31,15 +31,16 @@ struct Kept {
 // initial-exec TLS while glibc gives it from a small reserve that later modules
 // need; dynamic TLS is what LeakSanitizer's exit scan trips over. A thread's entry
 // goes when its stack empties, so between calls nothing is held here.
+using Stack = std::vector<Kept>;  // lint: owner-ok (the call scope's own storage)
 struct ThreadScope {
   pthread_t owner;
-  std::vector<Kept> kept;  // lint: owner-ok (the call scope's own storage)
+  Stack kept;
 };
 std::mutex scopes_mutex;          // lint: owner-ok (guards the storage below, never in a frame)
 std::vector<ThreadScope> scopes;  // lint: owner-ok (the call scopes' own storage, never in a frame)
 
 // The calling thread's stack, or null; scopes_mutex is held.
-std::vector<Kept>* find_own() {
+Stack* find_own() {
   pthread_t self = pthread_self();
   for (ThreadScope& s : scopes) {
     if (pthread_equal(s.owner, self)) return &s.kept;
@@ -48,8 +49,8 @@ std::vector<Kept>* find_own() {
 }
 
 // The calling thread's stack, made when it has none; scopes_mutex is held.
-std::vector<Kept>& own() {
-  if (std::vector<Kept>* found = find_own()) return *found;
+Stack& own() {
+  if (Stack* found = find_own()) return *found;
   scopes.push_back(ThreadScope{pthread_self(), {}});
   return scopes.back().kept;
 }
@@ -60,7 +61,7 @@ void drop_if_empty() {
   for (size_t i = 0; i < scopes.size(); ++i) {
     if (pthread_equal(scopes[i].owner, self) && scopes[i].kept.empty()) {
       scopes.erase(scopes.begin() + static_cast<std::ptrdiff_t>(i));
-      if (scopes.empty()) std::vector<ThreadScope>().swap(scopes);
+      if (scopes.empty()) scopes.shrink_to_fit();
       return;
     }
   }
@@ -105,7 +106,7 @@ void remove(Kept::Kind kind, void* pointer, long number, bool run_release) {
   Kept found{};
   {
     std::lock_guard<std::mutex> hold(scopes_mutex);
-    std::vector<Kept>* kept = find_own();
+    Stack* kept = find_own();
     if (kept == nullptr) return;
     size_t i = kept->size();
     while (i-- > 0) {
@@ -143,7 +144,7 @@ void release_child(pid_t pid) { remove(Kept::Kind::kChild, nullptr, pid, true); 
 
 size_t size() noexcept {
   std::lock_guard<std::mutex> hold(scopes_mutex);
-  std::vector<Kept>* kept = find_own();
+  Stack* kept = find_own();
   return kept == nullptr ? 0 : kept->size();
 }
 
@@ -155,7 +156,7 @@ void release_to(size_t mark) noexcept {
     Kept k{};
     {
       std::lock_guard<std::mutex> hold(scopes_mutex);
-      std::vector<Kept>* kept = find_own();
+      Stack* kept = find_own();
       if (kept == nullptr || kept->size() <= mark) return;
       k = kept->back();
       kept->pop_back();

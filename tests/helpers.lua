@@ -105,6 +105,52 @@ function M.shell(line)
 end
 
 -- The command line running the built CLI on a state file with words.
+-- The LOID hold-off (regProcess seeing 409 at uptime 700, setloid 30 s later) in a
+-- web server's own interpreter started with an empty environment (env -i, keeping
+-- only the sanitizers' variables; path, when given, is a PATH=... word), its gateway
+-- in memory on this file root and its tools folder tools_dir. Returns the status,
+-- what setloid answered ("150": the mark was stored and read back) and stderr.
+function M.holdoff_without_environment(tools_dir, path)
+  local server = os.tmpname()
+  local f = assert(io.open(server, "w"))
+  f:write([=[
+local cpath, root, tools = ...
+package.cpath = cpath
+local sim, cjson = require "velconfig_simctl", require "cjson"
+sim.set_root(root)
+sim.set_tools_dir(tools)
+sim.use_state_file("")
+sim.reset()
+sim.pin_clock(1700000000)
+local m = cjson.decode(sim.default_model())
+m.device.uptime, m.loid.status = 700, 409
+sim.load_model(cjson.encode(m))
+local v = require "velconfig"
+v:get("regProcess")
+sim.advance_clock(30)
+io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
+]=])
+  f:close()
+  local words = { "env -i" }
+  for _, name in ipairs({ "LD_PRELOAD", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS" }) do
+    if os.getenv(name) then words[#words + 1] = M.quote(name .. "=" .. os.getenv(name)) end
+  end
+  if path then words[#words + 1] = path end
+  for _, w in ipairs({ os.getenv("VELCONFIG_LUA"), server, package.cpath, M.root, tools_dir }) do
+    words[#words + 1] = M.quote(w)
+  end
+  local status, out, err = M.shell(table.concat(words, " "))
+  os.remove(server)
+  return status, out, err
+end
+
+-- The LOIDs the platform was asked to store, as "loid/password".
+function M.stored_loids()
+  local found = {}
+  for _, c in ipairs(M.calls("ZoVelSysCmdSetLOID")) do found[#found + 1] = c.loid .. "/" .. c.password end
+  return found
+end
+
 function M.cli(state, ...)
   local tool = assert(os.getenv("VELCONFIG_TOOL"), "VELCONFIG_TOOL names the built tool")
   local words = { "VELCONFIG_ROOT=" .. M.quote(root), M.quote(tool), "--state", M.quote(state) }

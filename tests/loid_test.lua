@@ -49,12 +49,6 @@ local function uci_calls()
   return calls
 end
 
-local function stored()
-  local found = {}
-  for _, c in ipairs(h.calls("ZoVelSysCmdSetLOID")) do found[#found + 1] = c.loid .. "/" .. c.password end
-  return found
-end
-
 local function loid(fields)
   local t = { loid = "NEWLOID01", loidPsd = "pw01", hasWiFi = "0" }
   for k, val in pairs(fields or {}) do t[k] = val ~= false and val or nil end
@@ -87,11 +81,11 @@ describe("LOID", function()
       h.edit_model(function(m) m.device.uptime = c[2] end)
       assert.are.equal(c[3], v:set("setloid", loid()), c[1] .. " at " .. c[2])
       assert.are.same({ GET, unpack(c[4] or {}) }, uci_calls())
-      assert.are.same(c[3] == 0 and { "NEWLOID01/pw01" } or {}, stored())
+      assert.are.same(c[3] == 0 and { "NEWLOID01/pw01" } or {}, h.stored_loids())
     end
     write("mark", "1000\n")
     h.sim.fail("ZoVelDBusGetProperty", -1)
-    assert.are.same({ 1000, {} }, { v:set("setloid", loid()), stored() })
+    assert.are.same({ 1000, {} }, { v:set("setloid", loid()), h.stored_loids() })
   end)
 
   it("keeps the mark in the gateway's stock luci configuration through the project's uci", function()
@@ -105,49 +99,22 @@ describe("LOID", function()
     h.sim.advance_clock(30)
     assert.are.equal(150, v:set("setloid", loid()))
     h.sim.advance_clock(150)
-    assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", loid()), stored() })
+    assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", loid()), h.stored_loids() })
     assert.matches("option lastregtime '0'", h.read_file("/etc/config/luci"), 1, true)
   end)
 
   it("finds uci in the gateway's /sbin when the web server has no PATH or one without it", function()
     -- The server's own process, started with an empty environment: the file root's
     -- /sbin holds the project's uci, its /bin one that fails, and no tools folder helps.
-    local server = os.tmpname()
-    local f = assert(io.open(server, "w"))
-    f:write([[
-local cpath, root, tools = ...
-package.cpath = cpath
-local sim, cjson = require "velconfig_simctl", require "cjson"
-sim.set_root(root)
-sim.set_tools_dir(tools)
-sim.use_state_file("")
-sim.reset()
-sim.pin_clock(1700000000)
-local m = cjson.decode(sim.default_model())
-m.device.uptime, m.loid.status = 700, 409
-sim.load_model(cjson.encode(m))
-local v = require "velconfig"
-v:get("regProcess")
-sim.advance_clock(30)
-io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
-]])
-    f:close()
-    local keep = {}
-    for _, name in ipairs({ "LD_PRELOAD", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS" }) do
-      if os.getenv(name) then keep[#keep + 1] = h.quote(name .. "=" .. os.getenv(name)) end
-    end
-    for _, path in ipairs({ "", "PATH=/usr/bin:/bin" }) do
+    for _, path in ipairs({ false, "PATH=/usr/bin:/bin" }) do
       h.fresh_root()
       h.write_file("/bin/uci", "#!/bin/sh\nexit 1\n")
       os.execute("chmod +x " .. h.quote(h.file("/bin/uci")) .. " && mkdir -p " .. h.quote(h.file("/sbin")) ..
         " && ln -s " .. h.quote(project_tools .. "/uci") .. " " .. h.quote(h.file("/sbin/uci")))
-      local status, out, err = h.shell(table.concat({ "env -i", table.concat(keep, " "), path,
-        h.quote(os.getenv("VELCONFIG_LUA")), h.quote(server), h.quote(package.cpath), h.quote(h.root),
-        h.quote(tools .. "/none") }, " "))
+      local status, out, err = h.holdoff_without_environment(tools .. "/none", path)
       assert.are.same({ 0, "150", "" }, { status, out, err })
       assert.matches("option lastregtime '700'", h.read_file("/etc/config/luci"), 1, true)
     end
-    os.remove(server)
   end)
 
   it("setloid stores the LOID when uci is missing, prints nothing, fails or hangs", function()
@@ -156,7 +123,7 @@ io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
       h.sim.clear_journal()
       use_uci(script)
       local started = os.time()
-      assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", loid()), stored() })
+      assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", loid()), h.stored_loids() })
       assert.is_true(os.time() - started <= 10)
     end
   end)
@@ -193,7 +160,7 @@ io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
     uci_calls()
     h.sim.clear_journal()
     assert.matches(h.field_error("nil", "hasWiFi"), h.set_error("setloid", loid { hasWiFi = false }))
-    assert.are.same({ {}, {} }, { uci_calls(), stored() })
+    assert.are.same({ {}, {} }, { uci_calls(), h.stored_loids() })
   end)
 
   it("checkLoid reads the status unsigned; registerloid and regProcess keep it signed", function()
@@ -268,7 +235,7 @@ io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
     v:get("regProcess") -- every poll that sees the refusal moves the mark
     assert.are.equal(180, v:set("setloid", loid()))
     h.sim.advance_clock(180)
-    assert.are.same({ 0, "0\n", 1 }, { v:set("setloid", loid()), take("mark"), #stored() })
+    assert.are.same({ 0, "0\n", 1 }, { v:set("setloid", loid()), take("mark"), #h.stored_loids() })
     -- a committed mark outlives a reboot: the running time starts again from 0
     write("mark", "50000\n")
     v:set("reboot")

@@ -15,12 +15,6 @@ local function real_uci(...)
   return h.shell(table.concat(words, " "))
 end
 
-local function stored()
-  local found = {}
-  for _, c in ipairs(h.calls("ZoVelSysCmdSetLOID")) do found[#found + 1] = c.loid .. "/" .. c.password end
-  return found
-end
-
 describe("with OpenWrt's uci", function()
   before_each(function()
     h.fresh_root()
@@ -37,9 +31,9 @@ describe("with OpenWrt's uci", function()
       h.read_file("/etc/config/luci"), 1, true)
     assert.are.equal("", h.read_file("/tmp/.uci/luci") or "")
     sim.advance_clock(30)
-    assert.are.same({ 150, {} }, { v:set("setloid", LOID), stored() })
+    assert.are.same({ 150, {} }, { v:set("setloid", LOID), h.stored_loids() })
     sim.advance_clock(150)
-    assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", LOID), stored() })
+    assert.are.same({ 0, { "NEWLOID01/pw01" } }, { v:set("setloid", LOID), h.stored_loids() })
     assert.are.same({ 0, "0\n", "" }, { real_uci("get", "luci.ccache.lastregtime") })
   end)
 
@@ -57,35 +51,9 @@ describe("with OpenWrt's uci", function()
   end)
 
   it("is found in the gateway's /sbin by a server with an empty environment", function()
-    local server = os.tmpname()
-    local f = assert(io.open(server, "w"))
-    f:write([[
-local cpath, root = ...
-package.cpath = cpath
-local sim, cjson = require "velconfig_simctl", require "cjson"
-sim.set_root(root)
-sim.set_tools_dir(root .. "/no-tools")
-sim.use_state_file("")
-sim.reset()
-sim.pin_clock(1700000000)
-local m = cjson.decode(sim.default_model())
-m.device.uptime, m.loid.status = 700, 409
-sim.load_model(cjson.encode(m))
-local v = require "velconfig"
-v:get("regProcess")
-sim.advance_clock(30)
-io.write(v:set("setloid", { loid = "L1", loidPsd = "p", hasWiFi = "0" }))
-]])
-    f:close()
-    local keep = {}
-    for _, name in ipairs({ "LD_PRELOAD", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS" }) do
-      if os.getenv(name) then keep[#keep + 1] = h.quote(name .. "=" .. os.getenv(name)) end
-    end
     os.execute("mkdir -p " .. h.quote(h.file("/sbin")) .. " && ln -s " .. h.quote(TOOLS .. "/uci") .. " " ..
       h.quote(h.file("/sbin/uci")))
-    local status, out, err = h.shell(table.concat({ "env -i", table.concat(keep, " "),
-      h.quote(os.getenv("VELCONFIG_LUA")), h.quote(server), h.quote(package.cpath), h.quote(h.root) }, " "))
-    os.remove(server)
+    local status, out, err = h.holdoff_without_environment(h.root .. "/no-tools")
     assert.are.same({ 0, "150", "" }, { status, out, err })
     assert.are.same({ 0, "700\n", "" }, { real_uci("get", "luci.ccache.lastregtime") })
   end)

@@ -367,8 +367,8 @@ int l_serve(lua_State* L) {
       MHD_USE_ERROR_LOG | MHD_USE_EPOLL, static_cast<uint16_t>(port), nullptr, nullptr, on_request, &server,
       MHD_OPTION_EXTERNAL_LOGGER, log_until_serving, nullptr, MHD_OPTION_SOCK_ADDR, &address,
       MHD_OPTION_NOTIFY_COMPLETED, free_upload, nullptr, MHD_OPTION_URI_LOG_CALLBACK, keep_uri, nullptr,
-      MHD_OPTION_NOTIFY_CONNECTION, on_connection, &server,
-      MHD_OPTION_CONNECTION_LIMIT, limit, MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
+      MHD_OPTION_NOTIFY_CONNECTION, on_connection, &server, MHD_OPTION_CONNECTION_LIMIT, limit,
+      MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_END);
   if (daemon == nullptr) {
     luaL_unref(L, LUA_REGISTRYINDEX, server.handler_ref);
     return luaL_error(L, "cannot listen on 127.0.0.1:%d", static_cast<int>(port));

@@ -15,7 +15,7 @@ velconfig $version for the gateway needs from the gateway:
 - a Lua 5.1 interpreter (or LuaJIT 2.1) that loads C modules from $cmoddir,
   the web server's for the pages, and one named lua on PATH for usr/bin/velconfig
   (its #! line; the tool reads and writes JSON with its own velconfig_json.lua);
-- the uci command on the web server's PATH (LOID registration hold-off);
+- the uci command, in the web server's PATH or else in /sbin, /usr/sbin, /bin or /usr/bin (LOID registration hold-off);
 - these shared libraries:
 $(sed 's/^/    /' <<<"$libraries")
 - from libcapi3.so, the platform library, these $(echo "$operations" | wc -l) operations:

@@ -46,9 +46,15 @@ void run_guarded(PendingError* error, Body body) {
 // light userdata of a stack address is refused by LuaJIT 2.1 releases before the
 // 47-bit fix on 64-bit ARM, whose kernels put stacks above 2^47.
 // Pushes the userdata; can raise a Lua memory error (nothing to release yet).
-void push_call(lua_State* L, Call* call) { *static_cast<Call**>(lua_newuserdata(L, sizeof call)) = call; }
+struct CallRef {
+  Call* call;
+};
 
-Call* call_at(lua_State* L, int index) { return *static_cast<Call**>(lua_touserdata(L, index)); }
+void push_call(lua_State* L, Call* call) {
+  static_cast<CallRef*>(lua_newuserdata(L, sizeof(CallRef)))->call = call;
+}
+
+Call* call_at(lua_State* L, int index) { return static_cast<CallRef*>(lua_touserdata(L, index))->call; }
 
 // Protected part of get: index 1 is the call; the handler pushes one value.
 int protected_get(lua_State* L) {

@@ -268,11 +268,11 @@ int main() {
       _exit(velcheck::failures == 0 ? 0 : 1);
     }
     int status = 0;
-    waitpid(pid, &status, 0);
+    CHECK(waitpid(pid, &status, 0) == pid);
     bool ok = c.expected_signal != 0 ? WIFSIGNALED(status) && WTERMSIG(status) == c.expected_signal
                                      : WIFEXITED(status) && WEXITSTATUS(status) == 0;
     printf("%s: %s\n", ok ? "ok" : "FAILED", c.name);
     if (!ok) ++failed;
   }
-  return failed == 0 ? 0 : 1;
+  return failed == 0 && velcheck::failures == 0 ? 0 : 1;
 }

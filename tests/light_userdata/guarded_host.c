@@ -3,7 +3,6 @@
  * 64-bit ARM, whose kernels put stacks above 2^47. The program's own definition of
  * lua_pushlightuserdata is the one a loaded module binds to; it forwards the others
  * to the Lua library. Runs the script named by its argument. */
-#define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdint.h>
 #include <stdio.h>

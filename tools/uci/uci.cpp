@@ -807,5 +807,7 @@ int main(int argc, char** argv) {
   } catch (const std::exception& e) {
     if (!quiet) fprintf(stderr, "uci: %s\n", e.what());
     return kFailed;
+  } catch (...) {
+    return kFailed;
   }
 }

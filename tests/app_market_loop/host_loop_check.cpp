@@ -258,7 +258,7 @@ const Case kCases[] = {
 int main() {
   int failed = 0;
   for (const Case& c : kCases) {
-    fflush(nullptr);
+    (void)fflush(nullptr);
     pid_t pid = fork();
     if (pid == 0) {
       alarm(30);  // a case that never ends fails

@@ -231,7 +231,7 @@ void case_joined_sigterm() {
   velsim::set_app_market_timeout(5000);
   HostLoop host;
   start_host_loop(&host);
-  signal_later(SIGTERM, 150);
+  signal_later(SIGTERM, 300);
   int stopped_by = uloop_run();
   CHECK(stopped_by == SIGTERM && result == 1 && cancelled_after_call);
   stop_host_loop(&host);

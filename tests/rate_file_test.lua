@@ -77,6 +77,7 @@ describe("rate file baseline", function()
   for _, c in ipairs({
     { "beyond 64 bits with a minus is the largest", "-99999999999999999999", { { 0, 0 } } },
     { "of exactly 2^64-1 is the largest", "18446744073709551615", { { 0, 0 } } },
+    { "of exactly 2^64 is the largest", "18446744073709551616", { { 0, 0 } } },
     { "of minus (2^64-1) wraps to 1", "-18446744073709551615", { { 0, 64 } } },
   }) do
     it("reads a stored counter " .. c[1], function()
@@ -94,6 +95,7 @@ describe("rate file baseline", function()
     { "a full disk after a short write", { { "write_short", 0, 1 }, { "write", 28 } }, false },
     { "every write short", { { "write_short", 0 } }, true },
     { "an interrupted write", { { "write", 4, 1 } }, true },
+    { "a write that takes nothing", { { "write", 0, 1 } }, false },
   }) do
     it("keeps a whole file with " .. c[1], function()
       local hosts, old, new = {}, "", ""
@@ -112,6 +114,23 @@ describe("rate file baseline", function()
       assert.is_nil(io.popen("ls " .. h.file("/tmp")):read("*a"):find("lanhostsrate%."))
     end)
   end
+
+  -- The temporary name is the rate file's with this process's id: one left behind by
+  -- an earlier writer, or a link planted there, is replaced, never written through.
+  it("writes its new file past a leftover temporary file or a link under that name", function()
+    local pid = assert(io.open("/proc/self/stat")):read("*l"):match("^(%d+)")
+    local temp, elsewhere = h.file(RATES .. "." .. pid .. ".tmp"), h.file("/tmp/elsewhere")
+    with_hosts({ host(1) })
+    for _, plant in ipairs({ function() h.write_file(RATES .. "." .. pid .. ".tmp", "old") end,
+      function() os.execute("ln -s " .. elsewhere .. " " .. temp) end }) do
+      h.write_file("/tmp/elsewhere", "not ours")
+      plant()
+      speeds()
+      assert.are.same({ line("000000000001", 0, 0, T0), "not ours" }, { h.read_file(RATES), h.read_file("/tmp/elsewhere") })
+      assert.is_nil(io.open(temp))
+      os.remove(h.file(RATES))
+    end
+  end)
 
   it("finds a MAC stored in another letter case, but nothing after a blank line", function()
     with_hosts({ host(1, { mac = "AABBCCDDEE01", up_bytes = 80 }), host(2, { mac = "AABBCCDDEE02", up_bytes = 80 }) })

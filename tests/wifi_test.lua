@@ -284,9 +284,17 @@ describe("wifiAdv", function()
     -- dual band (a GVariant text, false: no value), listing fails, extra records -> mask
     each_row({ { "true", false, nil, 17 }, { "false", false, nil, 1 }, { "int32 1", false, nil, 1 },
       { false, false, nil, 1 }, { "true", true, nil, 0 },
-      { "true", false, { { id = 40, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } }, 0x80000011 } },
+      { "true", false, { { id = 40, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } }, 0x80000011 },
+      -- without instance 1, so that a 33rd bit wrapping round to bit 0 would show
+      { "true", false, { only = true, { id = 33, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } },
+        0x80000000 } },
       function(c, row)
-        if c[3] then h.edit_model(function(m) for _, e in ipairs(c[3]) do m.wlan[#m.wlan + 1] = e end end) end
+        if c[3] then
+          h.edit_model(function(m)
+            if c[3].only then m.wlan = {} end
+            for _, e in ipairs(c[3]) do m.wlan[#m.wlan + 1] = e end
+          end)
+        end
         h.sim.answer_property(WIFI_INFO[1], WIFI_INFO[2], "DualBand", c[1])
         if c[2] then h.sim.fail("ZoVelGetWLANDeviceObjs", -1) end
         assert.are.equal(0, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }), row)

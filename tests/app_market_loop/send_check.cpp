@@ -10,10 +10,9 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <lua.hpp>
 #include <new>
 #include <string>
-
-#include <lua.hpp>
 
 #include "apps/apps.h"
 #include "platform/holders.h"
@@ -99,7 +98,8 @@ int main() {
   mall_url(L, Sending::kTrickle);
   CHECK(result == 0);
   std::vector<velsim::CloudExchange> served = velsim::cloud_exchanges(1, 2000);
-  CHECK(served.size() == 1 && served[0].request.size() == 103 && served[0].request.compare(0, 4, "\0\0\0\x63", 4) == 0);
+  CHECK(served.size() == 1 && served[0].request.size() == 103 &&
+        served[0].request.compare(0, 4, "\0\0\0\x63", 4) == 0);
   CHECK(send_calls == 3 * 103);
 
   // A socket that stays full: given up at the time-out, not sent to for ever.

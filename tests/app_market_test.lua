@@ -83,6 +83,8 @@ describe("getMallUrl", function()
       { reply { id, ok, { "URL", '"u"' }, { "token", '"t"' }, { "MAC", "null" } }, "解析MAC参数失败" },
       { reply { id, { "Status", '"5"' }, { "FailReason", "12" } }, "解析失败原因参数失败" },
       { reply { id, { "Status", '"5"' }, { "FailReason", '"账号已过期"' }, { "URL", '"u"' } }, "账号已过期" },
+      -- a status is read up to 63 characters: here its last one makes it a failure
+      { reply { id, { "Status", '"' .. ("0"):rep(62) .. '1"' }, { "FailReason", '"r"' } }, "r" },
       { good(""), "获取URL为空" },
       { good("u", ""), "获取token为空" },
       { good("u", "t", ""), "获取MAC为空" },

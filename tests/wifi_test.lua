@@ -229,7 +229,7 @@ describe("wifiAdv", function()
   local function written() return h.calls("ZoVelSetWiFiTimer") end
 
   it("pads short stored times, shows longer ones as stored, the local time, and a cleared record if unreadable", function()
-    each_row({ { "8:5", "08:05" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
+    each_row({ { "8:5", "08:05" }, { "8:30", "08:30" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
       { "7", "07:00" }, { "23:59:5", "23:59:5" } }, function(c, row)
       timer { start_time = c[1], end_time = c[1], enable = 3 }
       local r = v:get("wifiAdv")

@@ -153,6 +153,7 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
         ZoVel_NAS_Copy(path, destination, slot, &status, nullptr);
       }
     }
+    // Given back at once: a request may name any number of files.
     call_scope::release(path);
   } while (status == 0);
 
@@ -165,9 +166,6 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
     set_number(L, "transId", 0);
     set_number(L, "percent", 0);
   }
-  call_scope::release(slots);
-  call_scope::release(source);
-  call_scope::release(destination);
   set_bool(L, "setRes", true);
 }
 

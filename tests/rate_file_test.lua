@@ -26,9 +26,11 @@ describe("rate file baseline", function()
     os.remove(h.file(RATES))
   end)
 
-  it("gives 0 without a file and then stores every listed device's counters and now", function()
+  it("gives 0 without a file and then stores every listed device's counters and now, leaving no descriptor", function()
     with_hosts({ host(1, { down_bytes = 1000, up_bytes = 2000 }), host(2, { mac = "ab", access = 0 }), host(3) })
+    local open = h.sim.open_descriptors()
     assert.are.same({ { 0, 0 }, { 0, 0 } }, speeds())
+    assert.are.equal(open, h.sim.open_descriptors())
     assert.are.equal(line("000000000001", 1000, 2000, T0) .. line("000000000003", 0, 0, T0), h.read_file(RATES))
   end)
 
@@ -86,6 +88,13 @@ describe("rate file baseline", function()
       assert.are.same(c[3], speeds())
     end)
   end
+
+  it("reads a stamp beyond 64 bits with a minus as the smallest, never as its digits wrapped", function()
+    -- wrapped to 64 bits, these digits would read as 10 s ago
+    with_hosts({ host(1, { up_bytes = 80 }) })
+    h.write_file(RATES, string.format("%23s 0 0 -18446744076304518922\n", "000000000001"))
+    assert.are.same({ { 0, 0 } }, speeds())
+  end)
 
   -- The file system under the rate file: a write that cannot finish leaves the old
   -- file whole; short or interrupted writes that can finish leave the new one whole.

@@ -35,7 +35,7 @@ local FIRST_TESTS = {
   apps = "app_market_test|app_params_test|app_market_loop_check|fuzz_replay_app_frames|fuzz_replay_etc_config",
 }
 
-local options = { count = 130, dir = "build-mutate", timeout = 120, list = false, jobs = 2 }
+local options = { count = 130, dir = "build-mutate", timeout = 60, list = false, jobs = 2 }
 do
   local i = 1
   while i <= #arg do

@@ -125,10 +125,24 @@ local FLIP = { ["=="] = "!=", ["!="] = "==", ["<"] = "<=", ["<="] = "<", [">"] =
 local SYMMETRIC = { strcmp = true, strncmp = true, memcmp = true, g_str_equal = true, min = true, max = true }
 local NOT_DROPPED = { static_assert = true, assert = true }
 
--- Every mutation site of a file: {file, line, kind, from, to, column}.
+-- Two arguments that could trade places and still compile: alike in taking an
+-- address, in being a literal, a k-constant or a capitalised name (a macro, a type),
+-- and in naming a member or not.
+local function alike(a, b)
+  local function shape(x)
+    return table.concat({ x:sub(1, 1) == "&" and "&" or "", x:match("^[%d%-]") and "n" or "",
+      (x == "true" or x == "false" or x == "nullptr") and "l" or "", x:match("^k%u") and "k" or "", x:match("^%u") and "u" or "",
+      x:find("[%.%-][%w_>]") and "m" or "" })
+  end
+  return shape(a) == shape(b)
+end
+
+-- Every mutation site of a file: {file, line, kind, from, to, column}. A constant that
+-- only a compile-time check reads is left alone: changing it changes nothing built.
 local function sites_of(file)
   local sites = {}
   local in_block = false
+  local constants, reads = {}, {}
   local function add(kind, number, column, from, to)
     sites[#sites + 1] = { file = file, line = number, kind = kind, column = column, from = from, to = to }
   end
@@ -146,10 +160,14 @@ local function sites_of(file)
         start = e
       end
       -- Bounds: a constexpr limit's value, and explicit +1/-1 adjustments.
-      local s, _, value = code:find("^%s*constexpr [%w_:]+ k[%w_]+ = (%d+);")
+      local s, _, name, value = code:find("^%s*constexpr [%w_:]+ (k[%w_]+) = (%d+);")
       if s then
         add("bound", number, code:find(value .. ";", 1, true), value,
           tostring(tonumber(value) + ((number % 2 == 0) and 1 or -1)))
+        constants[#sites] = name
+      end
+      for word in code:gmatch("k[%w_]+") do
+        if word ~= name then reads[word] = true end
       end
       start = 1
       while true do
@@ -181,7 +199,7 @@ local function sites_of(file)
       while true do
         local s5, e5, name, a, b = code:find("([%w_]+)%(([%w_%.&%->%[%]]+), ([%w_%.&%->%[%]]+)%)", start)
         if not s5 then break end
-        if not SYMMETRIC[name] and a ~= b and a ~= "L" and b ~= "nullptr" and not name:match("^[A-Z_]+$") then
+        if not SYMMETRIC[name] and a ~= b and a ~= "L" and alike(a, b) and not name:match("^[A-Z_]+$") then
           local column = s5 + #name + 1
           add("swap", number, column, line:sub(column, e5 - 1), b .. ", " .. a)
         end
@@ -189,7 +207,11 @@ local function sites_of(file)
       end
     end
   end
-  return sites
+  local kept = {}
+  for i, site in ipairs(sites) do
+    if constants[i] == nil or reads[constants[i]] then kept[#kept + 1] = site end
+  end
+  return kept
 end
 
 -- n items spread evenly over list, in list order.

@@ -198,6 +198,8 @@ describe("getMallUrl", function()
       { lan("0.0.0.0"), { failure("本地IP错误") }, 0 },
       { lan(""), { failure("本地IP错误") }, 0 },
       { port(65536), port_lines, 1 },
+      -- the highest port passes the check; nothing listens there
+      { port(65535), { failure("创建获取URL的连接失败") }, 1 },
       { port(0), { failure("创建获取URL的连接失败") }, 1 },
     }
     for _, c in ipairs(cases) do

@@ -32,7 +32,8 @@ local FIRST_TESTS = {
   interconnect = "interconnect_test|status_helper_check",
   system = "system_test|login_test",
   storage = "storage_test|fuzz_replay_copy_move",
-  apps = "app_market_test|app_params_test|app_market_loop_check|fuzz_replay_app_frames|fuzz_replay_etc_config",
+  apps = "app_market_test|app_params_test|app_market_loop_check|app_market_send_check|fuzz_replay_app_frames|"
+    .. "fuzz_replay_etc_config",
 }
 
 local options = { count = 130, dir = "build-mutate", timeout = 60, list = false, jobs = 2 }

@@ -36,7 +36,7 @@ local FIRST_TESTS = {
     .. "fuzz_replay_etc_config",
 }
 
-local options = { count = 130, dir = "build-mutate", timeout = 60, list = false, jobs = 2 }
+local options = { count = 140, dir = "build-mutate", timeout = 60, list = false, jobs = 2 }
 do
   local i = 1
   while i <= #arg do

@@ -228,8 +228,8 @@ WiFiFacts read_wifi_facts() {
   ZoVelWiFiInfo info;
   memset(&info, 0, sizeof info);
   ZoVelGetWiFiInfo(&info);
-  if (info.block1 != nullptr) g_free(info.block1);
-  if (info.block2 != nullptr) g_free(info.block2);
+  g_free(info.block1);  // either may be null, which g_free ignores
+  g_free(info.block2);
   WiFiFacts facts{info.dual_band != 0, field_text(info.standards).find("802.11ax") != std::string_view::npos};
   return facts;
 }

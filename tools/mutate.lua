@@ -1,5 +1,5 @@
 -- Mutation check: how many small faults in the module's feature folders the suite catches.
---   lua5.1 tools/mutate.lua [--count N] [--jobs J] [--dir DIR] [--list] [--timeout S]
+--   lua5.1 tools/mutate.lua [--count N] [--jobs J] [--dir DIR] [--list] [--timeout S] [--mutants FILE]
 -- The tracked tree is copied once per job to DIR/wK/src (default build-mutate; the working
 -- tree is never changed) and built in DIR/wK/src/build; the first copy is checked to pass the
 -- suite unmutated. The jobs then take mutants one at a time from a shared queue: each is
@@ -9,7 +9,8 @@
 -- the whole suite passes, and is stillborn when it does not compile (not counted). Which
 -- tests a folder starts with only saves time: a survivor has always met the whole suite.
 -- Progress and the summary (survivors listed) go to stdout and DIR/report.txt; --list only
--- prints the mutants.
+-- prints the mutants. --mutants runs the list of an earlier run's DIR/mutants.txt (or
+-- some of its lines, such as its survivors) instead of drawing one.
 --
 -- Mutants are drawn evenly, in a fixed order, from every site of five kinds in the
 -- feature folders and common/:
@@ -52,10 +53,13 @@ do
       options.timeout = assert(tonumber(value()), "--timeout takes seconds")
     elseif a == "--worker" then
       options.worker = assert(tonumber(value()), "--worker takes a number")
+    elseif a == "--mutants" then
+      options.mutants = assert(value(), "--mutants takes a file")
     elseif a == "--list" then
       options.list = true
     else
-      io.stderr:write("usage: lua5.1 tools/mutate.lua [--count N] [--jobs J] [--dir DIR] [--list] [--timeout S]\n")
+      io.stderr:write("usage: lua5.1 tools/mutate.lua [--count N] [--jobs J] [--dir DIR] [--list] [--timeout S]"
+        .. " [--mutants FILE]\n")
       os.exit(2)
     end
     i = i + 1
@@ -258,7 +262,8 @@ local function apply(path, m)
   local lines = read_lines(path)
   local original = lines[m.line]
   local head, tail = original:sub(1, m.column - 1), original:sub(m.column)
-  assert(tail:sub(1, #m.from) == m.from, "mutant does not match its line: " .. describe_mutant(m))
+  -- A list from an earlier run may name a line that has changed since.
+  if tail:sub(1, #m.from) ~= m.from then return nil end
   lines[m.line] = head .. m.to .. tail:sub(#m.from + 1)
   write_lines(path, lines)
   return original
@@ -302,6 +307,7 @@ if options.worker then
   mutants = load_mutants(dir .. "/mutants.txt")
 else
   mutants, by_kind = choose_mutants(root)
+  if options.mutants then mutants = load_mutants(options.mutants) end
 end
 local function job_dir(k) return dir .. "/w" .. k end
 -- Each build sits in its copy as build/ sits in the tree, so that with the tree as ccache's
@@ -330,14 +336,16 @@ if options.worker then
       local original = apply(path, m)
       local first = FIRST_TESTS[m.file:match("^[^/]+")]
       local outcome
-      if not build_ok(k, log) then
+      if original == nil then
+        outcome = "gone"
+      elseif not build_ok(k, log) then
         outcome = "stillborn"
       elseif (first == nil or suite_ok(k, log, first)) and suite_ok(k, log, first, true) then
         outcome = "SURVIVED"
       else
         outcome = "killed"
       end
-      restore(path, m, original)
+      if original ~= nil then restore(path, m, original) end
       results:write(i, " ", outcome, "\n")
       results:flush()
       print(("[%3d/%d] %-9s %s"):format(i, #mutants, outcome, describe_mutant(m)))
@@ -350,7 +358,8 @@ end
 
 local counts = {}
 for _, kind in ipairs(KINDS) do counts[#counts + 1] = kind .. " " .. #by_kind[kind] end
-print(("mutate: sites %s; %d mutants, %d jobs"):format(table.concat(counts, ", "), #mutants, options.jobs))
+print(("mutate: sites %s; %d mutants%s, %d jobs"):format(table.concat(counts, ", "), #mutants,
+  options.mutants and " from " .. options.mutants or "", options.jobs))
 if options.list then
   for i, m in ipairs(mutants) do print(("%3d %s"):format(i, describe_mutant(m))) end
   os.exit(0)
@@ -386,24 +395,27 @@ for k = 1, options.jobs do
     if i then outcome_of[tonumber(i)] = outcome end
   end
 end
-local killed, survived, stillborn = 0, {}, {}
+local killed, survived, stillborn, gone = 0, {}, {}, {}
 for i, m in ipairs(mutants) do
   local outcome = outcome_of[i]
   if outcome == "killed" then
     killed = killed + 1
   elseif outcome == "SURVIVED" then
     survived[#survived + 1] = m
+  elseif outcome == "gone" then
+    gone[#gone + 1] = m
   else
     stillborn[#stillborn + 1] = m
   end
 end
 local counted = killed + #survived
 local report = {
-  ("mutants: %d, killed %d, survived %d, stillborn %d (not counted); %.1f%% killed; %d s with %d jobs; %s"):format(
-    #mutants, killed, #survived, #stillborn, counted > 0 and 100 * killed / counted or 0, os.time() - started,
-    options.jobs, os.date("!%Y-%m-%d %H:%M UTC")),
+  ("mutants: %d, killed %d, survived %d, stillborn %d, gone %d (neither counted); %.1f%% killed; %d s with %d jobs;"
+    .. " %s"):format(#mutants, killed, #survived, #stillborn, #gone, counted > 0 and 100 * killed / counted or 0,
+    os.time() - started, options.jobs, os.date("!%Y-%m-%d %H:%M UTC")),
 }
 for _, m in ipairs(survived) do report[#report + 1] = "survived: " .. describe_mutant(m) end
 for _, m in ipairs(stillborn) do report[#report + 1] = "stillborn: " .. describe_mutant(m) end
+for _, m in ipairs(gone) do report[#report + 1] = "gone (its line has changed): " .. describe_mutant(m) end
 print(table.concat(report, "\n"))
 write_lines(dir .. "/report.txt", report)

@@ -83,9 +83,12 @@ describe("wifiBasic mappings", function()
     end)
   end)
 
-  it("reads each transmit power as its level", function()
-    each_row({ { 0, 1 }, { 70, 1 }, { 71, 2 }, { 90, 2 }, { 91, 3 }, { 100, 3 }, { 101, 4 } }, function(c, row)
-      h.edit_model(function(m) m.wlan[1].tx_power = c[1] end)
+  it("reads each transmit power as its level, above 100 only a high-power class as 4", function()
+    each_row({ { 0, 1 }, { 70, 1 }, { 71, 2 }, { 90, 2 }, { 91, 3 }, { 100, 3 }, { 101, 4 }, { 101, 3, 0 } }, function(c, row)
+      h.edit_model(function(m)
+        m.wlan[1].tx_power = c[1]
+        m.wlan[1].high_power_class = c[3] or m.wlan[1].high_power_class
+      end)
       assert.are.equal(c[2], v:get("wifiBasic").powerLevel1, row)
     end)
   end)

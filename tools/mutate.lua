@@ -127,7 +127,8 @@ end
 local FLIP = { ["=="] = "!=", ["!="] = "==", ["<"] = "<=", ["<="] = "<", [">"] = ">=", [">="] = ">" }
 -- Calls whose two arguments may trade places without changing anything a caller sees,
 -- and calls whose dropping the compiler would refuse or that only log.
-local SYMMETRIC = { strcmp = true, strncmp = true, memcmp = true, g_str_equal = true, min = true, max = true }
+local SYMMETRIC = { strcmp = true, strncmp = true, memcmp = true, g_str_equal = true, min = true, max = true,
+  equals_ignoring_case = true }
 local NOT_DROPPED = { static_assert = true, assert = true }
 
 -- Two arguments that could trade places and still compile: alike in taking an

@@ -160,6 +160,13 @@ describe("rate file baseline", function()
     assert.are.same({ { 0, 0 }, { 64, 0 } }, speeds())
   end)
 
+  it("takes at most 23 characters as the MAC word, the next one starting the counters", function()
+    -- read as "Z"*23, 1, 5 and a stamp 10 s old: a 24-character word would make the stamp 999
+    with_hosts({ host(1, { up_bytes = 80 }) })
+    h.write_file(RATES, ("Z"):rep(23) .. "1 5 " .. (T0 - 10) .. " 999\n" .. line("000000000001", 0, 0, T0 - 10))
+    assert.are.same({ { 64, 0 } }, speeds())
+  end)
+
   it("reads a long line in 127-character pieces, each taking a record", function()
     with_hosts({ host(1, { up_bytes = 80 }) })
     h.write_file(RATES, line("FFFFFFFFFFFF", 0, 0, T0 - 10) .. string.rep("x", 127) .. line("000000000001", 0, 0, T0 - 10))

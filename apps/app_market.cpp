@@ -232,7 +232,6 @@ void on_cloud_reply(uloop_fd* u, unsigned int) {
     size_t end = s->received < frame_length(s) ? s->received : frame_length(s);
     ScopedJson reply(json_loadb(s->reply + kHeaderBytes, end - kHeaderBytes, 0, nullptr));
     read_reply(s, reply.get());
-    reply.release();
   } catch (...) {
     store_failure(s, kReplyUnparsed);
   }
@@ -459,7 +458,6 @@ void get_mall_url(lua_State* L, const GetArgs&) {
   } else if (outcome == Outcome::kSuccess) {
     ZoVelLog(kLogDebug, "获取应用商城URL成功");
   }
-  state.release();
 
   lua_newtable(L);
   if (outcome == Outcome::kSuccess) set_text(L, "url", url);

@@ -86,7 +86,7 @@ bool plain_file_name(const char* name) {
 // Where the gateway file at path lives in this build; empty when it does not fit.
 ScopedText host_path(const char* path) {
   ScopedText host(static_cast<char*>(g_malloc(kHostPathRoom)));
-  if (!gateway_file_path(path, host.get(), kHostPathRoom)) host.release();
+  if (!gateway_file_path(path, host.get(), kHostPathRoom)) return ScopedText();
   return host;
 }
 
@@ -97,9 +97,7 @@ ScopedFile open_config(const char* name, size_t limit) {
   char path[kWritePathLimit + 1] = {};
   snprintf(path, limit, "/etc/config/%s", name);
   ScopedText host = host_path(path);
-  ScopedFile file(host ? fopen(host.get(), "re") : nullptr);
-  host.release();
-  return file;
+  return ScopedFile(host ? fopen(host.get(), "re") : nullptr);
 }
 
 // Copies from into the open descriptor out, byte for byte. False when either side fails.
@@ -123,7 +121,6 @@ bool copy_file(const char* from, int out) {
       if (ok) done += w;
     }
   }
-  call_scope::release_descriptor(in);
   return ok;
 }
 
@@ -147,9 +144,7 @@ ScopedFile make_backup(const char* host, ScopedBackup* backup) {
     return ScopedFile();
   }
   call_scope::keep_descriptor(out);
-  bool copied = copy_file(host, out);
-  call_scope::release_descriptor(out);
-  return ScopedFile(copied ? fopen(backup->get(), "re") : nullptr);
+  return ScopedFile(copy_file(host, out) ? fopen(backup->get(), "re") : nullptr);
 }
 
 // A name uci can address as a package ([A-Za-z0-9_-], not starting with "-"): a
@@ -246,7 +241,6 @@ void get_app_paras(lua_State* L, const GetArgs& args) {
       }
     }
     if (open) lua_settable(L, -3);
-    file.release();
   }
   set_number(L, "ret", stored ? 1 : 0);
 }
@@ -260,35 +254,23 @@ int32_t set_app_paras(lua_State* L) {
   if (text == nullptr) return kNotJson;
   ScopedJson request(json_loadb(text, length, 0, nullptr));
   char name[kNameRoom] = {};
-  if (read_json_text(request.get(), "config", name) != 0 || !values_fit(request.get())) {
-    request.release();
-    return kNotJson;
-  }
+  if (read_json_text(request.get(), "config", name) != 0 || !values_fit(request.get())) return kNotJson;
   char path[kWritePathLimit] = {};
   snprintf(path, sizeof path, "/etc/config/%s", name);
   ScopedText host;
   if (plain_file_name(name) && uci_package_name(name)) host = host_path(path);
-  if (!host || !g_file_test(host.get(), G_FILE_TEST_EXISTS)) {
-    host.release();
-    request.release();
-    return 0;
-  }
+  if (!host || !g_file_test(host.get(), G_FILE_TEST_EXISTS)) return 0;
 
   ScopedBackup backup(static_cast<char*>(g_malloc0(kHostPathRoom)));
   // A copy that fails leaves no backup to read: nothing is changed.
   ScopedFile copy = make_backup(host.get(), &backup);
-  host.release();
-  if (!copy) {
-    backup.release();
-    request.release();
-    return 0;
-  }
+  if (!copy) return 0;
   bool changed = false;
   int32_t result = apply_options(copy.get(), request.get(), name, &changed);
-  copy.release();
+  // The commit runs with the backup gone, so it never meets a second copy of the
+  // package beside the one it writes.
   backup.release();
   if (changed) uci_commit(name);
-  request.release();
   return result;
 }
 

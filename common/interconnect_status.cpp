@@ -52,7 +52,6 @@ void read_switch(const char* command, const char* reply_format, const char* memb
   if (exchange.post(kInterconnectApp, command, reply_format) && exchange.document() != nullptr) {
     read_json_int(exchange.document(), member, value);
   }
-  exchange.finish();
 }
 
 const char* auth_display_name(const char* auth) {
@@ -181,10 +180,7 @@ int32_t collect_access_points(lua_State* L) {
                  "GetDeviceList: %s")) {
     return 0;
   }
-  if (list.document() == nullptr) {
-    list.finish();
-    return 0;
-  }
+  if (list.document() == nullptr) return 0;
   char info[1024] = {};
   read_json_text(list.document(), "Info", info);
   ZoVelLog(kLogNotice, "Info: %s", info);
@@ -198,7 +194,6 @@ int32_t collect_access_points(lua_State* L) {
     p += length;
     if (*p == '/') ++p;
   }
-  list.finish();
   return devcnt;
 }
 
@@ -222,7 +217,6 @@ void getVelInterConndPluginStatus(lua_State* L, int32_t table_flag) {
     devcnt = collect_access_points(L);
   }
 
-  apps.release();
   set_number(L, "appStatus", app_status);
   set_number(L, "configEnbl", config_enbl);
   set_number(L, "onoff", onoff);

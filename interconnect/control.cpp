@@ -34,7 +34,6 @@ int32_t set_switch(lua_State* L, const char* field, Switch which) {
   PluginExchange exchange;
   exchange.post(kInterconnectApp, command, same_wifi ? "Set SameWiFiSwitch: %s" : "Set SameStatusSwitch: %s",
                 PluginExchange::Reply::kLogOnly);
-  exchange.finish();
   return 1;
 }
 
@@ -80,7 +79,6 @@ int32_t configure_band(const char* mac, Band band, const BandRequest& req) {
   if (!exchange.post(kInterconnectApp, command, "%s")) return 1;
   int32_t status = 0;
   if (exchange.document() != nullptr) read_json_int(exchange.document(), "Status", &status);
-  exchange.finish();
   return status;
 }
 

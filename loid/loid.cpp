@@ -79,7 +79,6 @@ void change_first_2g_network(const char* ssid, const char* password) {
     write_property(wlan, "PWD", g_variant_new_string(password));
     break;
   }
-  list.release();
 }
 
 }  // namespace
@@ -154,7 +153,6 @@ void get_reg_process(lua_State* L, const GetArgs&) {
       store_mark(assignment);
     }
   }
-  message.release();
 }
 
 void get_itv_voip_reg(lua_State* L, const GetArgs&) {

@@ -3,27 +3,30 @@
 
 #include <string.h>
 
+#include <utility>
+
 #include "platform/zovel.h"
 
 namespace velconfig {
 
-ScopedVariant read_property(const DBusObject& object, const char* name, const GVariantType* type) {
+ScopedVariant read_property(const DBusObject& object, const char* name, const GVariantType* type,
+                            PropertyRead* outcome) {
   GVariant* raw = nullptr;
   int32_t rc = ZoVelDBusGetProperty(object.service, object.path, object.interface, name, &raw);
+  // Kept at once: even a refused read may have handed a value over.
   ScopedVariant value(raw);
-  if (rc != 0 || raw == nullptr || !g_variant_is_of_type(raw, type)) {
-    value.release();
-    return ScopedVariant();
-  }
-  return value;
+  PropertyRead how = rc != 0                                              ? PropertyRead::kFailed
+                     : raw == nullptr || !g_variant_is_of_type(raw, type) ? PropertyRead::kNoValue
+                                                                          : PropertyRead::kValue;
+  if (outcome != nullptr) *outcome = how;
+  return how == PropertyRead::kValue ? std::move(value) : ScopedVariant();
 }
 
-bool read_text_property(const DBusObject& object, const char* name, char* out, size_t cap) {
-  ScopedVariant value = read_property(object, name, G_VARIANT_TYPE_STRING);
-  if (!value) return false;
-  copy_utf8_text(out, cap, g_variant_get_string(value.get(), nullptr));
-  value.release();
-  return true;
+PropertyRead read_text_property(const DBusObject& object, const char* name, char* out, size_t cap) {
+  PropertyRead outcome = PropertyRead::kFailed;
+  ScopedVariant value = read_property(object, name, G_VARIANT_TYPE_STRING, &outcome);
+  if (value) copy_utf8_text(out, cap, g_variant_get_string(value.get(), nullptr));
+  return outcome;
 }
 
 namespace {
@@ -33,7 +36,6 @@ bool read_typed(const DBusObject& object, const char* name, const GVariantType* 
   ScopedVariant value = read_property(object, name, type);
   if (!value) return false;
   *out = get(value.get());
-  value.release();
   return true;
 }
 
@@ -56,10 +58,8 @@ ScopedVariant read_all_properties(const DBusObject& object) {
   GVariant* raw = nullptr;
   int32_t rc = ZoVelDBusGetAllProperty(object.service, object.path, object.interface, &raw);
   ScopedVariant value(raw);
-  if (rc != 0 || raw == nullptr || !g_variant_is_of_type(raw, G_VARIANT_TYPE("a{sv}"))) {
-    value.release();
+  if (rc != 0 || raw == nullptr || !g_variant_is_of_type(raw, G_VARIANT_TYPE("a{sv}")))
     return ScopedVariant();
-  }
   return value;
 }
 
@@ -87,11 +87,11 @@ void PropertyWrite::add_int32(const char* name, int32_t value) { add(name, g_var
 
 int32_t PropertyWrite::send(const DBusObject& object) {
   if (!builder_) return -1;
-  ScopedVariant dictionary(g_variant_ref_sink(g_variant_builder_end(builder_.get())));
-  builder_.release();
-  int32_t rc = ZoVelDBusSetMultiProperty(object.service, object.path, object.interface, dictionary.get());
-  dictionary.release();
-  return rc;
+  // An ended builder cannot be ended again: the handle moves out, so a second send
+  // finds none; the call scope frees the builder and the dictionary.
+  ScopedBuilder ended = std::move(builder_);
+  ScopedVariant dictionary(g_variant_ref_sink(g_variant_builder_end(ended.get())));
+  return ZoVelDBusSetMultiProperty(object.service, object.path, object.interface, dictionary.get());
 }
 
 bool copy_utf8_text(char* out, size_t cap, const char* text) {

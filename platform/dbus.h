@@ -23,12 +23,21 @@ struct DBusObject {
   const char* interface;
 };
 
-// The property's value when it can be read and is of type; otherwise an empty
-// handle. The value stays in the call scope until released.
-ScopedVariant read_property(const DBusObject& object, const char* name, const GVariantType* type);
+// How a property read ended: the platform refused it (a non-zero result), it
+// answered without a value of the type asked for, or the value came back.
+enum class PropertyRead { kFailed, kNoValue, kValue };
 
-// Typed reads: false (out untouched) when the property cannot be read as that type.
-bool read_text_property(const DBusObject& object, const char* name, char* out, size_t cap);
+// The property's value when it can be read and is of type; otherwise an empty
+// handle, and *outcome (when given) tells a failed read from one without a value.
+// The value stays in the call scope until the call ends.
+ScopedVariant read_property(const DBusObject& object, const char* name, const GVariantType* type,
+                            PropertyRead* outcome = nullptr);
+
+// A text property cut at a whole character into out (cap bytes); out is untouched
+// unless the value came back.
+PropertyRead read_text_property(const DBusObject& object, const char* name, char* out, size_t cap);
+// Typed reads: true when a value of the type came back; false (out untouched) when
+// the read failed or yielded no value, which every page using them treats alike.
 bool read_bool_property(const DBusObject& object, const char* name, bool* out);
 bool read_uint32_property(const DBusObject& object, const char* name, uint32_t* out);
 bool read_int32_property(const DBusObject& object, const char* name, int32_t* out);

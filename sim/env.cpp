@@ -291,16 +291,20 @@ extern "C" __attribute__((visibility("default"))) ssize_t velconfig_sim_write(in
                                                                               size_t length) {
   int32_t error = 0;
   bool short_write = false;
+  bool failed = false;
   try {
     std::lock_guard<std::recursive_mutex> hold(velsim::platform_mutex());
     short_write = velsim::take_fault("write_short", &error);
-    if (short_write || !velsim::take_fault("write", &error)) error = 0;
+    failed = !short_write && velsim::take_fault("write", &error);
+    if (!failed) error = 0;
   } catch (...) {
   }
   if (error > 0) {
     errno = error;
     return -1;
   }
+  // A file system that takes nothing and reports no error.
+  if (failed && error == 0) return 0;
   if (short_write && length > 1) length /= 2;
   return write(fd, data, length);
 }

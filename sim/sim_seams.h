@@ -25,7 +25,8 @@ const char* velconfig_sim_tools_dir(void);
 char** velconfig_sim_command_environment(void);
 // write(2) for the files the module replaces whole, with the faults tests set: under
 // "write_short" it writes half of what was asked (at least one byte); otherwise
-// under "write" it fails with the fault's code as errno (28, ENOSPC: a full disk).
+// under "write" it fails with the fault's code as errno (28, ENOSPC: a full disk), or with
+// code 0 writes nothing and reports no error.
 ssize_t velconfig_sim_write(int fd, const void* data, size_t length);
 // Writes the gateway file at gateway_path to host_path from the model when the model
 // describes it and it is missing (the applications' /etc/config files).

@@ -42,7 +42,6 @@ void read_access_sign(AccessSign* sign) {
     }
     g_variant_unref(item);
   }
-  all.release();
 }
 
 // "DualBand", false when it cannot be read.
@@ -103,7 +102,6 @@ void get_gw_info(lua_State* L, bool all) {
     ScopedVariant type = read_property({kIgdService, kDevicePath, "com.zom.igd1.DeviceInfo"}, "DevType2",
                                        G_VARIANT_TYPE_STRING);
     if (type) copy_text(dev_type, g_variant_get_string(type.get(), nullptr));
-    type.release();
   }
   set_text(L, "DevType", dev_type);
 

@@ -391,7 +391,6 @@ void HostSpeedComputation::finish() {
     store_host_rates(tables_->path, tables_->current, listed_ < kRateTableRoom ? listed_ : kRateTableRoom,
                      &tables_->text);
   }
-  call_scope::release(tables_);
   tables_ = nullptr;
 }
 

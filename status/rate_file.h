@@ -71,8 +71,8 @@ class HostSpeedComputation {
   // is 0 and the file is left as it is.
   void start();
   HostSpeed speed_of(const ZoVelLanHost& host);
-  // Stores the listed devices' counters as the next baseline (when any were listed)
-  // and gives the block back.
+  // Stores the listed devices' counters as the next baseline (when any were listed);
+  // the call scope gives the block back when the call ends.
   void finish();
 
  private:

@@ -146,10 +146,12 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
       ZoVel_NAS_Move(path, destination, &status, nullptr);
     } else {
       ++files;
-      // Beyond the table the copy still starts; its identifier is not kept.
+      // Beyond the table the copy still starts; its identifier is not kept. One test
+      // decides both where the identifier goes and which copies are followed.
+      bool kept = files < kTransferSlots;
       int32_t unkept = 0;
-      int32_t* slot = files < kTransferSlots ? &slots[files] : &unkept;
-      if (files < kTransferSlots) last_kept = files;
+      int32_t* slot = kept ? &slots[files] : &unkept;
+      if (kept) last_kept = files;
       if (name == request.largest) {
         ZoVel_NAS_Copy(path, destination, &slots[0], &status, nullptr);
         *slot = slots[0];
@@ -158,6 +160,7 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
         ZoVel_NAS_Copy(path, destination, slot, &status, nullptr);
       }
     }
+    // Given back at once: a request may name any number of files.
     call_scope::release(path);
   } while (status == 0);
 
@@ -170,9 +173,6 @@ void get_copy_move(lua_State* L, const GetArgs& args) {
     set_number(L, "transId", 0);
     set_number(L, "percent", 0);
   }
-  call_scope::release(slots);
-  call_scope::release(source);
-  call_scope::release(destination);
   set_bool(L, "setRes", true);
 }
 

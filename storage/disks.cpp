@@ -94,7 +94,6 @@ bool is_usb_path(const char* path) {
       }
     }
   }
-  devices.release();
   if (!accepted) ZoVelLog(kLogError, "destination path[%s] invalid, can't operate it.", path);
   return accepted;
 }
@@ -115,7 +114,6 @@ uint32_t list_folder_entries(lua_State* L, const char* folder) {
     set_text(L, "time", field_text(entry.time));
     end_row(L);
   }
-  entries.release();
   return count;
 }
 
@@ -132,7 +130,6 @@ uint32_t list_subfolders(lua_State* L, const char* folder) {
     snprintf(key, sizeof key, "folder%u", ++folders);
     set_text(L, key, field_text(items[i].name));
   }
-  entries.release();
   return folders;
 }
 

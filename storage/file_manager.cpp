@@ -67,7 +67,6 @@ void get_file_lists(lua_State* L, const GetArgs& args) {
     count = list_folder_entries(L, root);
     set_text(L, "filePath", root);
   }
-  devices.release();
   set_number(L, "fileNum", count);
   set_number(L, "usbCnt", disks);
 }
@@ -86,7 +85,6 @@ void get_selected_usb(lua_State* L, const GetArgs& args) {
     count = list_folder_entries(L, root);
     set_text(L, "filePath", root);
   }
-  devices.release();
   set_number(L, "fileNum", count);
 }
 
@@ -116,7 +114,6 @@ void get_new_folder(lua_State* L, const GetArgs& args) {
         set_text(L, "filePath", path);
       }
     }
-    call_scope::release(path);
   }
   set_number(L, folder_mode ? "folderNum" : "fileNum", count);
 }
@@ -142,6 +139,7 @@ void get_delete_files(lua_State* L, const GetArgs& args) {
     char* path = join_path(args.a1, name);
     if (path == nullptr) continue;
     ZoVel_NAS_Remove(path, &status, nullptr);
+    // Given back at once: a request may name any number of files.
     call_scope::release(path);
   } while (status == 0);
   show_folder(L, args.a1);
@@ -164,7 +162,6 @@ void get_rename_file(lua_State* L, const GetArgs& args) {
   }
   uint32_t count = list_folder_entries(L, folder);
   set_text(L, "filePath", folder);
-  call_scope::release(folder);
   set_number(L, "fileNum", count);
 }
 
@@ -197,7 +194,6 @@ void get_usb_format(lua_State* L, const GetArgs& args) {
   bool in_range = wanted >= INT32_MIN && wanted <= INT32_MAX;
   const ZoVelUsbDevice* usb = in_range ? disk_with(devices, static_cast<int32_t>(wanted)) : nullptr;
   if (usb == nullptr) {
-    devices.release();
     set_number(L, "fileNum", 0);
     return;
   }
@@ -209,7 +205,6 @@ void get_usb_format(lua_State* L, const GetArgs& args) {
   // A formatted disk is empty; a failed format shows what is still there.
   if (ZoVel_USBFormat(id, nullptr, nullptr) != 0) count = list_folder_entries(L, root);
   set_text(L, "filePath", root);
-  devices.release();
   set_number(L, "fileNum", count);
 }
 

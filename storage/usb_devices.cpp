@@ -29,7 +29,6 @@ void get_usb_devices(lua_State* L, const GetArgs&) {
     set_number(L, "usedSize", static_cast<lua_Number>(usb.used_size));
     end_row(L);
   }
-  devices.release();
   set_number(L, "usbCount", disks);
 }
 
@@ -50,10 +49,8 @@ int32_t set_usb_modify_label(lua_State* L) {
     ZoVelUsbId id;
     memcpy(&id, &usb.identity, sizeof id);
     int32_t rc = ZoVel_USBSetLabel(id, label, nullptr, nullptr);
-    devices.release();
     return rc;
   }
-  devices.release();
   return 1;
 }
 

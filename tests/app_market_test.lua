@@ -83,6 +83,8 @@ describe("getMallUrl", function()
       { reply { id, ok, { "URL", '"u"' }, { "token", '"t"' }, { "MAC", "null" } }, "解析MAC参数失败" },
       { reply { id, { "Status", '"5"' }, { "FailReason", "12" } }, "解析失败原因参数失败" },
       { reply { id, { "Status", '"5"' }, { "FailReason", '"账号已过期"' }, { "URL", '"u"' } }, "账号已过期" },
+      -- a status is read up to 63 characters: here its last one makes it a failure
+      { reply { id, { "Status", '"' .. ("0"):rep(62) .. '1"' }, { "FailReason", '"r"' } }, "r" },
       { good(""), "获取URL为空" },
       { good("u", ""), "获取token为空" },
       { good("u", "t", ""), "获取MAC为空" },
@@ -196,6 +198,8 @@ describe("getMallUrl", function()
       { lan("0.0.0.0"), { failure("本地IP错误") }, 0 },
       { lan(""), { failure("本地IP错误") }, 0 },
       { port(65536), port_lines, 1 },
+      -- the highest port passes the check; nothing listens there
+      { port(65535), { failure("创建获取URL的连接失败") }, 1 },
       { port(0), { failure("创建获取URL的连接失败") }, 1 },
     }
     for _, c in ipairs(cases) do

@@ -117,6 +117,14 @@ describe("setAppParas", function()
     os.remove(h.file("/etc/config/demo.bak"))
   end)
 
+  it("reads the backup in pieces of 159 characters, each parsed as a line", function()
+    -- the second option starts at the 159th character: it is cut, so it is no option
+    local first = "\toption a 'x'"
+    config("long", "config app 'main'\n" .. first .. (" "):rep(158 - #first) .. "option b 'yy'\n")
+    assert.are.equal(0, paras('{"config":"long","main.a":"1","main.b":"2"}'))
+    assert.are.same({ "set|long.main.a=1| backups:.long.*", "commit|long| backups:" }, uci_calls())
+  end)
+
   it("answers the outcome of the last lookup", function()
     assert.are.equal(-1, paras('{"config":"demo","main.enabled":"0"}'))
     assert.are.same({ "set|demo.main.enabled=0| backups:.demo.*", "commit|demo| backups:" }, uci_calls())

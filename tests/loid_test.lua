@@ -86,6 +86,10 @@ describe("LOID", function()
     write("mark", "1000\n")
     h.sim.fail("ZoVelDBusGetProperty", -1)
     assert.are.same({ 1000, {} }, { v:set("setloid", loid()), h.stored_loids() })
+    -- a read that comes back without a value is taken as one that fails
+    h.sim.clear_faults()
+    h.sim.answer_property("/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo", "SysDuration", false)
+    assert.are.same({ 1000, {} }, { v:set("setloid", loid()), h.stored_loids() })
   end)
 
   it("keeps the mark in the gateway's stock luci configuration through the project's uci", function()

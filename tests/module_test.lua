@@ -82,6 +82,14 @@ describe("capability queries", function()
       h.edit_model(function(m) m.device.capability = case[1] end)
       assert.are.equal(case[2], v:get("hasPots"), case[1])
     end
+    -- A read that succeeds without a text (or with another type) is no telephony;
+    -- only a refused read is taken as telephony.
+    local device = { "/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo", "Capability" }
+    h.sim.answer_property(device[1], device[2], device[3], false)
+    assert.are.equal(0, v:get("hasPots"))
+    h.sim.answer_property(device[1], device[2], device[3], "uint32 1")
+    assert.are.equal(0, v:get("hasPots"))
+    h.sim.answer_property(device[1], device[2], device[3], nil)
     h.edit_model(function(m) m.device.capability = "0" end)
     h.sim.fail("ZoVelDBusGetProperty", -1)
     assert.are.equal(1, v:get("hasPots"))

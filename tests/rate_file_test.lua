@@ -26,9 +26,11 @@ describe("rate file baseline", function()
     os.remove(h.file(RATES))
   end)
 
-  it("gives 0 without a file and then stores every listed device's counters and now", function()
+  it("gives 0 without a file and then stores every listed device's counters and now, leaving no descriptor", function()
     with_hosts({ host(1, { down_bytes = 1000, up_bytes = 2000 }), host(2, { mac = "ab", access = 0 }), host(3) })
+    local open = h.sim.open_descriptors()
     assert.are.same({ { 0, 0 }, { 0, 0 } }, speeds())
+    assert.are.equal(open, h.sim.open_descriptors())
     assert.are.equal(line("000000000001", 1000, 2000, T0) .. line("000000000003", 0, 0, T0), h.read_file(RATES))
   end)
 
@@ -77,6 +79,7 @@ describe("rate file baseline", function()
   for _, c in ipairs({
     { "beyond 64 bits with a minus is the largest", "-99999999999999999999", { { 0, 0 } } },
     { "of exactly 2^64-1 is the largest", "18446744073709551615", { { 0, 0 } } },
+    { "of exactly 2^64 is the largest", "18446744073709551616", { { 0, 0 } } },
     { "of minus (2^64-1) wraps to 1", "-18446744073709551615", { { 0, 64 } } },
   }) do
     it("reads a stored counter " .. c[1], function()
@@ -86,6 +89,13 @@ describe("rate file baseline", function()
     end)
   end
 
+  it("reads a stamp beyond 64 bits with a minus as the smallest, never as its digits wrapped", function()
+    -- wrapped to 64 bits, these digits would read as 10 s ago
+    with_hosts({ host(1, { up_bytes = 80 }) })
+    h.write_file(RATES, string.format("%23s 0 0 -18446744076304518922\n", "000000000001"))
+    assert.are.same({ { 0, 0 } }, speeds())
+  end)
+
   -- The file system under the rate file: a write that cannot finish leaves the old
   -- file whole; short or interrupted writes that can finish leave the new one whole.
   -- 60 devices make a file of several write chunks. Never a temporary file left.
@@ -94,6 +104,7 @@ describe("rate file baseline", function()
     { "a full disk after a short write", { { "write_short", 0, 1 }, { "write", 28 } }, false },
     { "every write short", { { "write_short", 0 } }, true },
     { "an interrupted write", { { "write", 4, 1 } }, true },
+    { "a write that takes nothing", { { "write", 0, 1 } }, false },
   }) do
     it("keeps a whole file with " .. c[1], function()
       local hosts, old, new = {}, "", ""
@@ -113,16 +124,47 @@ describe("rate file baseline", function()
     end)
   end
 
+  -- The temporary name is the rate file's with this process's id: one left behind by
+  -- an earlier writer, or a link planted there, is replaced, never written through.
+  it("writes its new file past a leftover temporary file or a link under that name", function()
+    local pid = assert(io.open("/proc/self/stat")):read("*l"):match("^(%d+)")
+    local temp, elsewhere = h.file(RATES .. "." .. pid .. ".tmp"), h.file("/tmp/elsewhere")
+    with_hosts({ host(1) })
+    for _, plant in ipairs({ function() h.write_file(RATES .. "." .. pid .. ".tmp", "old") end,
+      function() os.execute("ln -s " .. elsewhere .. " " .. temp) end }) do
+      h.write_file("/tmp/elsewhere", "not ours")
+      plant()
+      speeds()
+      assert.are.same({ line("000000000001", 0, 0, T0), "not ours" }, { h.read_file(RATES), h.read_file("/tmp/elsewhere") })
+      assert.is_nil(io.open(temp))
+      os.remove(h.file(RATES))
+    end
+  end)
+
   it("finds a MAC stored in another letter case, but nothing after a blank line", function()
     with_hosts({ host(1, { mac = "AABBCCDDEE01", up_bytes = 80 }), host(2, { mac = "AABBCCDDEE02", up_bytes = 80 }) })
     h.write_file(RATES, line("aabbccddee01", 0, 0, T0 - 10) .. "\n" .. line("AABBCCDDEE02", 0, 0, T0 - 10))
     assert.are.same({ { 64, 0 }, { 0, 0 } }, speeds())
   end)
 
+  it("finds both of two MACs that share an index slot, listed in another order than stored", function()
+    -- 00000000001D and 000000000058 hash to the same slot of the table's index
+    with_hosts({ host(0x58, { up_bytes = 80 }), host(0x1D, { up_bytes = 80 }) })
+    h.write_file(RATES, line("00000000001D", 0, 0, T0 - 10) .. line("000000000058", 0, 0, T0 - 10))
+    assert.are.same({ { 64, 0 }, { 64, 0 } }, speeds())
+  end)
+
   it("takes the first of two lines with one MAC, even when the device is listed at the second", function()
     with_hosts({ host(2), host(1, { up_bytes = 80 }) })
     h.write_file(RATES, line("000000000001", 0, 0, T0 - 10) .. line("000000000001", 0, 40, T0 - 10))
     assert.are.same({ { 0, 0 }, { 64, 0 } }, speeds())
+  end)
+
+  it("takes at most 23 characters as the MAC word, the next one starting the counters", function()
+    -- read as "Z"*23, 1, 5 and a stamp 10 s old: a 24-character word would make the stamp 999
+    with_hosts({ host(1, { up_bytes = 80 }) })
+    h.write_file(RATES, ("Z"):rep(23) .. "1 5 " .. (T0 - 10) .. " 999\n" .. line("000000000001", 0, 0, T0 - 10))
+    assert.are.same({ { 64, 0 } }, speeds())
   end)
 
   it("reads a long line in 127-character pieces, each taking a record", function()

@@ -187,6 +187,10 @@ describe("gwStatus figures", function()
     h.sim.fail("ZoVelGetOnlineDevicesSnapShot", -1)
     r = v:get("gwStatus")
     assert.are.same({ 0, 0, 0, 0, 0 }, { r.upTime, r.sysTime, r.cpuUsed, r.wcount, r.wlcount })
+    -- a read without a value, as a failed one
+    h.sim.clear_faults()
+    h.sim.answer_property("/com/zom/igd1/Info/Network", "com.zom.igd1.NetworkInfo", "PPPOEDuration", false)
+    assert.are.equal(0, v:get("gwStatus").upTime)
   end)
 end)
 
@@ -230,6 +234,10 @@ describe("gwInfo", function()
     local r = v:get("gwInfo", "all")
     assert.are.same({ "", 0, "", "", "", "Velmont-3F10", "" },
                     { r.DevType, r.MarkType, r.DeviceModel, r.NASN, r.ssid5g, r.ssid2g, r.wanAcnt })
+    -- "DevType2" read without a value, as a failed read
+    h.sim.clear_faults()
+    h.sim.answer_property("/com/zom/igd1/Info/Device", "com.zom.igd1.DeviceInfo", "DevType2", false)
+    assert.are.equal("", v:get("gwInfo").DevType)
   end)
 end)
 

@@ -223,7 +223,14 @@ describe("storage", function()
       assert.are.equal(1, #h.calls("ZoVel_NAS_ReName"))
       -- an old path without any "/": no folder to list
       assert.are.same({ fileNum = 0 }, v:get("renameFile", "noslash", "/mnt/usb1/x"))
+      -- one path empty, or the new one off the disks: nothing renamed, even where a
+      -- disk at "" takes any path
+      assert.are.same({ fileNum = 0 }, v:get("renameFile", "/mnt/usb1/docs/b.txt", ""))
+      assert.are.same({ fileNum = 0 }, v:get("renameFile", "", "/mnt/usb1/docs/b.txt"))
       assert.are.equal(1, #h.calls("ZoVel_NAS_ReName"))
+      use_disks(standard_disks())
+      assert.are.same({ fileNum = 0 }, v:get("renameFile", "/mnt/usb1/docs/b.txt", "/elsewhere/b.txt"))
+      assert.are.same({}, h.calls("ZoVel_NAS_ReName"))
     end)
 
     -- Each case: key, arguments, what the page gets (fields compared), and the removals
@@ -339,6 +346,22 @@ describe("storage", function()
       assert.are.equal("g", h.read_file("/mnt/usb1/b/f/g.txt"))
       assert.is_nil(h.read_file("/mnt/usb1/b/h"))
       assert.are.equal(2, #h.calls("ZoVel_NAS_Copy"))
+    end)
+
+    -- The identifier table holds 1023 copies: the 1024th starts but is not followed,
+    -- so without the largest file among them the 1023rd is the first one asked about.
+    it("a copy of 1024 files follows the first 1023", function()
+      local files, list = { ["a/"] = "", ["b/"] = "" }, {}
+      for i = 1, 1024 do
+        files["a/f" .. i] = "z"
+        list[i] = "f" .. i
+      end
+      use_disks({ disk(2, "/mnt/usb1", "", files) })
+      assert.is_true(v:get("copyMove", "copy|/mnt/usb1/a|/mnt/usb1/b|none", table.concat(list, "/") .. "/").setRes)
+      assert.are.equal(1024, #h.calls("ZoVel_NAS_Copy"))
+      local asked = field_of(h.calls("ZoVel_NAS_GetCopyProgress"), "transfer")
+      assert.are.same({ 1023, 1023 }, { asked[1], #asked })
+      for _, t in ipairs(asked) do assert.is_true(t < 1024) end
     end)
 
     it("missing arguments, a refused destination and odd requests", function()

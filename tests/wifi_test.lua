@@ -83,9 +83,12 @@ describe("wifiBasic mappings", function()
     end)
   end)
 
-  it("reads each transmit power as its level", function()
-    each_row({ { 0, 1 }, { 70, 1 }, { 71, 2 }, { 90, 2 }, { 91, 3 }, { 100, 3 }, { 101, 4 } }, function(c, row)
-      h.edit_model(function(m) m.wlan[1].tx_power = c[1] end)
+  it("reads each transmit power as its level, above 100 only a high-power class as 4", function()
+    each_row({ { 0, 1 }, { 70, 1 }, { 71, 2 }, { 90, 2 }, { 91, 3 }, { 100, 3 }, { 101, 4 }, { 101, 3, 0 } }, function(c, row)
+      h.edit_model(function(m)
+        m.wlan[1].tx_power = c[1]
+        m.wlan[1].high_power_class = c[3] or m.wlan[1].high_power_class
+      end)
       assert.are.equal(c[2], v:get("wifiBasic").powerLevel1, row)
     end)
   end)
@@ -229,7 +232,7 @@ describe("wifiAdv", function()
   local function written() return h.calls("ZoVelSetWiFiTimer") end
 
   it("pads short stored times, shows longer ones as stored, the local time, and a cleared record if unreadable", function()
-    each_row({ { "8:5", "08:05" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
+    each_row({ { "8:5", "08:05" }, { "8:30", "08:30" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
       { "7", "07:00" }, { "23:59:5", "23:59:5" } }, function(c, row)
       timer { start_time = c[1], end_time = c[1], enable = 3 }
       local r = v:get("wifiAdv")
@@ -284,9 +287,17 @@ describe("wifiAdv", function()
     -- dual band (a GVariant text, false: no value), listing fails, extra records -> mask
     each_row({ { "true", false, nil, 17 }, { "false", false, nil, 1 }, { "int32 1", false, nil, 1 },
       { false, false, nil, 1 }, { "true", true, nil, 0 },
-      { "true", false, { { id = 40, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } }, 0x80000011 } },
+      { "true", false, { { id = 40, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } }, 0x80000011 },
+      -- without instance 1, so that a 33rd bit wrapping round to bit 0 would show
+      { "true", false, { only = true, { id = 33, band_label = "2.4G-1" }, { id = 32, band_label = "5G-1" } },
+        0x80000000 } },
       function(c, row)
-        if c[3] then h.edit_model(function(m) for _, e in ipairs(c[3]) do m.wlan[#m.wlan + 1] = e end end) end
+        if c[3] then
+          h.edit_model(function(m)
+            if c[3].only then m.wlan = {} end
+            for _, e in ipairs(c[3]) do m.wlan[#m.wlan + 1] = e end
+          end)
+        end
         h.sim.answer_property(WIFI_INFO[1], WIFI_INFO[2], "DualBand", c[1])
         if c[2] then h.sim.fail("ZoVelGetWLANDeviceObjs", -1) end
         assert.are.equal(0, v:set("wifiAdv", { wifi_timing = "1", start_time = "1:00", end_time = "2:00" }), row)

@@ -228,8 +228,8 @@ WiFiFacts read_wifi_facts() {
   ZoVelWiFiInfo info;
   memset(&info, 0, sizeof info);
   ZoVelGetWiFiInfo(&info);
-  if (info.block1 != nullptr) g_free(info.block1);
-  if (info.block2 != nullptr) g_free(info.block2);
+  g_free(info.block1);  // either may be null, which g_free ignores
+  g_free(info.block2);
   WiFiFacts facts{info.dual_band != 0, field_text(info.standards).find("802.11ax") != std::string_view::npos};
   return facts;
 }
@@ -240,7 +240,6 @@ bool offers_wpa3() {
                                       "SupportedBeaconType", G_VARIANT_TYPE_STRING);
   if (!types) return false;
   bool wpa3 = strstr(g_variant_get_string(types.get(), nullptr), "WPA3") != nullptr;
-  types.release();
   return wpa3;
 }
 
@@ -298,7 +297,6 @@ void get_wifi_basic(lua_State* L, const GetArgs&) {
       const Band* band = band_of(wlan);
       if (band == &kBand2G || (band == &kBand5G && facts.dual_band)) set_band_fields(L, *band, wlan);
     }
-    list.release();
   }
   set_bool(L, "dualBand", facts.dual_band);
   set_number(L, "wifi6", (facts.wifi6 || offers_wpa3()) ? 1 : 0);
@@ -334,7 +332,6 @@ int32_t set_wifi_basic(lua_State* L) {
     // The record goes back whole, even when nothing in it changed.
     code = ZoVelSetWLANDevice(path_block(wlan), &wlan);
   }
-  list.release();
   return code;
 }
 
@@ -370,7 +367,6 @@ void get_wifi_ssid(lua_State* L, const GetArgs&) {
         copy_text(beacon_type, field_text(chosen->beacon_type));
       }
     }
-    list.release();
   }
   set_text(L, "ssid", ssid);
   set_text(L, "bType", beacon_type);

@@ -59,10 +59,7 @@ int32_t fill_easymesh_config(ZoVelEasymeshConfig* config) {
   ScopedVariant all = read_all_properties(kMesh);
   if (!all) return -1;
   g_strlcpy(config->path, kMeshPath, sizeof config->path);
-  if (g_variant_n_children(all.get()) == 0) {
-    all.release();
-    return -1;
-  }
+  if (g_variant_n_children(all.get()) == 0) return -1;
   GVariantIter iter;
   g_variant_iter_init(&iter, all.get());
   const char* name = nullptr;
@@ -70,9 +67,7 @@ int32_t fill_easymesh_config(ZoVelEasymeshConfig* config) {
   while (g_variant_iter_next(&iter, "{&sv}", &name, &raw)) {
     ScopedVariant value(raw);
     take_property(config, name, raw);
-    value.release();
   }
-  all.release();
   return 0;
 }
 
@@ -98,7 +93,6 @@ void send_roaming_thresholds(int32_t rcpi_2g, int32_t rcpi_5g) {
   ScopedText reply(ZoVelPostMsg(kInterconnectApp, command));
   if (!reply) return;
   ZoVelLog(kLogNotice, "Set SetMeshRoaming: %s", reply.get());
-  reply.release();
 }
 
 // The page's fields of one band, read straight into the working record. False when
@@ -175,7 +169,6 @@ void get_has_mesh(lua_State* L, const GetArgs&) {
         ZoVelDBusGetProperty(kWiFiInfo.service, kWiFiInfo.path, kWiFiInfo.interface, "MAPAgent", &raw);
     ScopedVariant agent(raw);
     mesh = rc == 0 && raw != nullptr;
-    agent.release();
   }
   if (!mesh) {
     ZoVelLog(kLogNotice, "Get MAPAgent failed.\n");

@@ -33,7 +33,6 @@ void read_roaming_thresholds(int32_t* rcpi_2g, int32_t* rcpi_5g) {
     read_json_int(infos, "optimal_path_rcpi_threshold2g", rcpi_2g);
     read_json_int(infos, "optimal_path_rcpi_threshold", rcpi_5g);
   }
-  exchange.finish();
 }
 
 }  // namespace

@@ -69,7 +69,6 @@ uint32_t timer_ssid_mask() {
     // Instances are 1 to 32; one outside has no bit to switch.
     if (instance >= 1 && instance <= kMaxInstance) mask |= 1u << (instance - 1);
   }
-  list.release();
   return mask;
 }
 

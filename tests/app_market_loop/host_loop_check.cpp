@@ -153,7 +153,8 @@ void case_child_not_reaped() {
 }
 
 int host_events = 0;
-bool host_stops_during_wait = false;
+bool host_stops_during_wait = false;  // the host's own timer calls uloop_end 200 ms in
+bool host_ends_after_call = true;     // the host's watcher ends its loop after the call
 bool cancelled_after_call = false;
 int64_t call_took_ms = 0;
 
@@ -172,7 +173,7 @@ void on_host(uloop_fd* u, unsigned int) {
     CHECK(lua_cpcall(interpreter, call_mall_url, nullptr) == 0);
     call_took_ms = now_ms() - start;
     cancelled_after_call = uloop_cancelled;
-    if (host_stops_during_wait) return;
+    if (!host_ends_after_call) return;
   }
   uloop_end();
 }
@@ -214,6 +215,7 @@ void case_joined_reply() {
 // The server's uloop_end during the wait stays: its loop returns after the call.
 void case_joined_stop() {
   host_stops_during_wait = true;
+  host_ends_after_call = false;
   velsim::cloud_silent();
   velsim::set_app_market_timeout(5000);
   HostLoop host;
@@ -226,7 +228,7 @@ void case_joined_stop() {
 // A SIGTERM that the server's loop catches during the wait ends the server's loop
 // with the signal's number, as it would have without the call.
 void case_joined_sigterm() {
-  host_stops_during_wait = true;
+  host_ends_after_call = false;
   velsim::cloud_silent();
   velsim::set_app_market_timeout(5000);
   HostLoop host;

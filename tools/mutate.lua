@@ -203,10 +203,10 @@ local function sites_of(file)
       -- A two-argument call whose arguments are plain words, swapped.
       start = 1
       while true do
-        local s5, e5, name, a, b = code:find("([%w_]+)%(([%w_%.&%->%[%]]+), ([%w_%.&%->%[%]]+)%)", start)
+        local s5, e5, fn, a, b = code:find("([%w_]+)%(([%w_%.&%->%[%]]+), ([%w_%.&%->%[%]]+)%)", start)
         if not s5 then break end
-        if not SYMMETRIC[name] and a ~= b and a ~= "L" and alike(a, b) and not name:match("^[A-Z_]+$") then
-          local column = s5 + #name + 1
+        if not SYMMETRIC[fn] and a ~= b and a ~= "L" and alike(a, b) and not fn:match("^[A-Z_]+$") then
+          local column = s5 + #fn + 1
           add("swap", number, column, line:sub(column, e5 - 1), b .. ", " .. a)
         end
         start = e5

@@ -4,21 +4,28 @@
  * lua_pushlightuserdata is the one a loaded module binds to; it forwards the others
  * to the Lua library. Runs the script named by its argument. */
 #include <dlfcn.h>
-#include <stdint.h>
+#include <pthread.h>
 #include <stdio.h>
 
 #include <lauxlib.h>
 #include <lua.h>
 #include <lualib.h>
 
-/* Stacks of the web server's threads are far smaller than this. */
-#define STACK_REACH ((uintptr_t)64 << 20)
+/* Whether p lies in the calling thread's stack. */
+static int on_own_stack(const void *p) {
+  pthread_attr_t attr;
+  void *base = NULL;
+  size_t size = 0;
+  if (pthread_getattr_np(pthread_self(), &attr) != 0) return 0;
+  int found = pthread_attr_getstack(&attr, &base, &size) == 0 && (const char *)p >= (const char *)base &&
+              (const char *)p < (const char *)base + size;
+  pthread_attr_destroy(&attr);
+  return found;
+}
 
 __attribute__((visibility("default"))) void lua_pushlightuserdata(lua_State *L, void *p) {
   static void (*real)(lua_State *, void *);
-  volatile char here = 0;
-  uintptr_t a = (uintptr_t)p, s = (uintptr_t)&here;
-  if (p != NULL && (a > s ? a - s : s - a) < STACK_REACH) {
+  if (p != NULL && on_own_stack(p)) {
     luaL_error(L, "bad light userdata pointer");
     return;
   }

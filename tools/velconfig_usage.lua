@@ -20,7 +20,7 @@ M.commands = {
   { name = "--pages DIR", synopsis = { "velconfig [-v] [--state FILE] serve --pages DIR [--port N] [--no-token]" }, pc = true,
     text = "serves the page folder DIR as the gateway's web server would: static files as they are, *.lua pages run afresh for every request as CGI programs or as handle_request(env) handlers; an open page reloads when a file in DIR changes, and a page that raises answers 500 with its traceback. The console moves to /velconfig/" },
   { name = "run", synopsis = { "velconfig [-v] [--state FILE] run SCRIPT [ARG ...]" },
-    text = "runs the Lua SCRIPT with require \"velconfig\" resolving to this tool's module on the chosen gateway (velconfig run page.lua, velconfig run /usr/bin/busted spec)" },
+    text = "runs the Lua SCRIPT with require \"velconfig\" resolving to this tool's module on the chosen gateway (velconfig run page.lua, velconfig run /usr/bin/busted tests/)" },
   { name = "env", synopsis = { "velconfig [--state FILE] env" },
     text = "prints the shell exports that point any other Lua command at the same module and gateway: eval \"$(velconfig env)\"" },
   { name = "event", synopsis = { "velconfig [--state FILE] event EVENT [ARGUMENTS] | event --help" }, pc = true,

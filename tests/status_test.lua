@@ -56,6 +56,10 @@ describe("hostsInfo", function()
     -- a first line longer than the 47 characters read
     h.write_file("/tmp/curhostip", ("fe80::1"):rep(10))
     assert.are.equal(("fe80::1"):rep(10):sub(1, 47), v:get("hostsInfo", "0").curip)
+    -- a folder in its place opens but never reads: no address, and no retrying
+    os.remove(h.file("/tmp/curhostip"))
+    assert(os.execute("mkdir " .. h.quote(h.file("/tmp/curhostip"))) == 0)
+    assert.are.equal("", v:get("hostsInfo", "0").curip)
   end)
 
   it("with nothing passing the filter, or a failed list, gives count 0, no curip, and leaves the rate file", function()

@@ -12,8 +12,8 @@
 -- prints the mutants. --mutants runs the list of an earlier run's DIR/mutants.txt (or
 -- some of its lines, such as its survivors) instead of drawing one.
 --
--- Mutants are drawn evenly, in a fixed order, from every site of five kinds in the
--- feature folders and common/:
+-- Mutants are drawn from every site of five kinds in the feature folders and common/, a
+-- fixed share of each kind; which sites is decided by a hash of each site's own text:
 --   compare  a flipped comparison (== and !=, < and <=, > and >=)
 --   bound    an off-by-one bound (a constexpr limit's value, a "- 1" or "+ 1")
 --   boolean  a flipped boolean result (return true/false) or connective (&& and ||)
@@ -143,6 +143,18 @@ local function alike(a, b)
   return shape(a) == shape(b)
 end
 
+-- A site's place in the draw comes from what it is, not where it is: a hash of its file,
+-- kind, line text (indentation aside), column within that text and how many identical
+-- lines came before it in the file. Editing one line then changes the draw at that line
+-- only, so a survivor's fix can be judged without a new draw of the whole tree.
+local PRIME = 4294967291
+local function hash(text)
+  local h = 2166136261 % PRIME
+  for i = 1, #text do h = (h * 65599 + text:byte(i)) % PRIME end
+  for _ = 1, 3 do h = (h * 48271 + 11) % PRIME end
+  return h
+end
+
 -- Every mutation site of a file: {file, line, kind, from, to, column}. A constant that
 -- only a compile-time check reads is left alone: changing it changes nothing built.
 local function sites_of(file)
@@ -152,7 +164,8 @@ local function sites_of(file)
   local function add(kind, number, column, from, to)
     sites[#sites + 1] = { file = file, line = number, kind = kind, column = column, from = from, to = to }
   end
-  for number, line in ipairs(read_lines(file)) do
+  local lines = read_lines(file)
+  for number, line in ipairs(lines) do
     local code
     code, in_block = code_of(line, in_block)
     local skip = code:match("^%s*#") or code:match("static_assert")
@@ -213,18 +226,32 @@ local function sites_of(file)
       end
     end
   end
-  local kept = {}
+  local kept, seen = {}, {}
   for i, site in ipairs(sites) do
-    if constants[i] == nil or reads[constants[i]] then kept[#kept + 1] = site end
+    if constants[i] == nil or reads[constants[i]] then
+      local text = lines[site.line]
+      local indent = #text:match("^%s*")
+      local key = table.concat({ file:match("[^/]+/[^/]+$") or file, site.kind, text:sub(indent + 1),
+        tostring(site.column - indent), site.from }, "\0")
+      seen[key] = (seen[key] or 0) + 1
+      site.rank = hash(key .. "\0" .. seen[key])
+      kept[#kept + 1] = site
+    end
   end
   return kept
 end
 
--- n items spread evenly over list, in list order.
-local function spread(list, n)
-  local picked = {}
+-- The n sites of list that hash lowest, in list order.
+local function sample(list, n)
   if n >= #list then return list end
-  for i = 1, n do picked[#picked + 1] = list[math.floor((i - 0.5) * #list / n) + 1] end
+  local order = {}
+  for i, site in ipairs(list) do order[i] = { rank = site.rank, i = i } end
+  table.sort(order, function(a, b) return a.rank < b.rank or (a.rank == b.rank and a.i < b.i) end)
+  local chosen = {}
+  for k = 1, n do chosen[k] = order[k].i end
+  table.sort(chosen)
+  local picked = {}
+  for k, i in ipairs(chosen) do picked[k] = list[i] end
   return picked
 end
 
@@ -248,7 +275,7 @@ local function choose_mutants(root)
   local left = options.count
   for k, kind in ipairs(KINDS) do
     local want = k == #KINDS and left or math.floor(options.count * SHARE[kind] + 0.5)
-    local picked = spread(by_kind[kind], want)
+    local picked = sample(by_kind[kind], want)
     for _, m in ipairs(picked) do mutants[#mutants + 1] = m end
     left = left - #picked
   end
@@ -377,6 +404,7 @@ for k = 1, options.jobs do
   assert(run("cd " .. quote(root) .. " && git ls-files -z | tar --null -T - -cf - | tar -xf - -C " .. quote(src)),
     "copying the tree failed")
   assert(run("cmake -S " .. quote(src) .. " -B " .. quote(build) .. launcher
+    .. " -DVELCONFIG_TEST_TIMEOUT_CAP=" .. options.timeout
     .. " >" .. quote(log) .. " 2>&1"), "configure failed; see " .. log)
   assert(run(env .. "cmake --build " .. quote(build) .. " -j" .. options.jobs .. " >>" .. quote(log) .. " 2>&1"),
     "the unmutated tree does not build; see " .. log)

@@ -1,6 +1,7 @@
-// "getMallUrl" over a socket that takes the request in pieces, stays full, or whose
-// sending fails inside the event loop: send(2) is replaced in this program for the
-// calling thread (the simulated cloud client's own thread sends as usual).
+// "getMallUrl" over a socket that takes the request in pieces, stays full, whose
+// sending fails inside the event loop, or whose reading fails: send(2) and recv(2) are
+// replaced in this program for the calling thread (the simulated cloud client's own
+// thread sends and reads as usual).
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
@@ -22,16 +23,18 @@
 
 namespace {
 
-enum class Sending { kPlain, kTrickle, kFull, kThrow };
+enum class Sending { kPlain, kTrickle, kFull, kThrow, kReadFails };
 Sending sending = Sending::kPlain;
 int send_calls = 0;
+int recv_calls = 0;
 pthread_t page_thread;
 
 }  // namespace
 
 // Trickle: each call either finds the socket full, is interrupted, or takes one byte.
 extern "C" ssize_t send(int fd, const void* data, size_t length, int flags) {
-  if (!pthread_equal(pthread_self(), page_thread) || sending == Sending::kPlain) {
+  if (!pthread_equal(pthread_self(), page_thread) || sending == Sending::kPlain ||
+      sending == Sending::kReadFails) {
     return syscall(SYS_sendto, fd, data, length, flags, nullptr, 0);
   }
   ++send_calls;
@@ -48,6 +51,17 @@ extern "C" ssize_t send(int fd, const void* data, size_t length, int flags) {
       }
       return syscall(SYS_sendto, fd, data, 1, flags, nullptr, 0);
   }
+}
+
+// ReadFails: every read of the reply fails as a reset connection does, while the
+// reply waits unread in the socket (so it stays readable).
+extern "C" ssize_t recv(int fd, void* data, size_t length, int flags) {
+  if (!pthread_equal(pthread_self(), page_thread) || sending != Sending::kReadFails) {
+    return syscall(SYS_recvfrom, fd, data, length, flags, nullptr, nullptr);
+  }
+  ++recv_calls;
+  errno = ECONNRESET;
+  return -1;
 }
 
 namespace {
@@ -68,6 +82,7 @@ std::string mall_url(lua_State* L, Sending how) {
   velsim::clear_logs();
   sending = how;
   send_calls = 0;
+  recv_calls = 0;
   result = -1;
   CHECK(lua_cpcall(L, call_mall_url, nullptr) == 0);
   sending = Sending::kPlain;
@@ -109,6 +124,13 @@ int main() {
   CHECK(mall_url(L, Sending::kFull) == failed);
   CHECK(result == 1 && seconds_now() - started < 5);
   CHECK(send_calls > 1);
+
+  // A read that fails ends the exchange at once as a reply cut short; it is not
+  // taken for one that would block and tried again until the time-out.
+  velsim::reset_cloud();
+  velsim::set_app_market_timeout(300);
+  CHECK(mall_url(L, Sending::kReadFails) == "获取应用商城URL失败，错误原因: 解析命令类型参数失败");
+  CHECK(result == 1 && recv_calls == 1);
 
 #ifdef VELCONFIG_UBOX_STANDIN
   // Sending fails with an exception inside the loop: the exchange fails as a failed

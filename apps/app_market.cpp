@@ -51,10 +51,9 @@ constexpr size_t kMacRoom = 24;
 constexpr size_t kUrlHostRoom = 256;
 constexpr size_t kTokenRoom = 256;
 constexpr char kUrlFormat[] = "https://%s/appmarket?token=%s&MAC=%s";
-// Room for the longest address: every query byte may become a three-byte escape,
-// so the address is never cut.
-constexpr size_t kUrlRoom =
-    sizeof kUrlFormat + (kUrlHostRoom - 1) + 3 * (kTokenRoom - 1) + 3 * (kMacRoom - 1);
+// Room for the longest address (a few bytes to spare): every query byte may become a
+// three-byte escape, so the address is never cut.
+constexpr size_t kUrlRoom = sizeof kUrlFormat + kUrlHostRoom + 3 * kTokenRoom + 3 * kMacRoom;
 constexpr size_t kHostRoom = 64;
 constexpr int64_t kNoPort = 65536;  // outside the valid range until read
 constexpr int64_t kHighestPort = 65535;

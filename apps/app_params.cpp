@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <glib.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,19 +26,15 @@ constexpr size_t kReadPathLimit = 63;
 constexpr size_t kReadLineRoom = 128;
 constexpr size_t kWritePathLimit = 127;
 constexpr size_t kWriteLineRoom = 160;
-constexpr size_t kMemberLimit = 160;
-constexpr size_t kCommandLimit = 300;
-// "uci set %s.%s=%s" within the command's limit: what is left after "uci set ".
-constexpr size_t kSetArgumentLimit = kCommandLimit - (sizeof "uci set " - 1);
-constexpr size_t kCommitArgumentLimit = kCommandLimit - (sizeof "uci commit " - 1);
-constexpr size_t kWordRoom = 64;  // "%63s"
-constexpr size_t kNameRoom = 64;
-constexpr size_t kValueRoom = 64;
-constexpr size_t kHostPathRoom = 4096;  // on the heap: the web server's stacks are small
+constexpr size_t kWordRoom = 64;   // "%63s"
+constexpr size_t kValueRoom = 64;  // every text member of a write, the file name too
+// "<section>.<option>": two words and the dot; "<file>.<member>=<value>" for uci set.
+// Sized for the longest each can be, neither is ever cut.
+constexpr size_t kMemberRoom = 2 * kWordRoom;
+constexpr size_t kSetArgumentRoom = kValueRoom + kMemberRoom + kValueRoom;
 constexpr size_t kCopyRoom = 1024;
 // A third word of this many characters or fewer is no section name and no value.
 constexpr size_t kShortestCounted = 2;
-constexpr int kUciTimeoutMs = 10000;
 
 constexpr int32_t kNotJson = 1;
 
@@ -85,8 +82,9 @@ bool plain_file_name(const char* name) {
 
 // Where the gateway file at path lives in this build; empty when it does not fit.
 ScopedText host_path(const char* path) {
-  ScopedText host(static_cast<char*>(g_malloc(kHostPathRoom)));
-  if (!gateway_file_path(path, host.get(), kHostPathRoom)) return ScopedText();
+  // On the heap: the web server's stacks are small.
+  ScopedText host(static_cast<char*>(g_malloc(PATH_MAX)));
+  if (!gateway_file_path(path, host.get(), PATH_MAX)) return ScopedText();
   return host;
 }
 
@@ -132,15 +130,11 @@ ScopedFile make_backup(const char* host, ScopedBackup* backup) {
   const char* slash = strrchr(host, '/');
   if (slash == nullptr) return ScopedFile();
   // Hidden, so uci never takes the backup for a configuration of its own.
-  int made = snprintf(backup->get(), kHostPathRoom, "%.*s/.%s.XXXXXX", static_cast<int>(slash - host), host,
-                      slash + 1);
-  if (made < 0 || static_cast<size_t>(made) >= kHostPathRoom) {
-    backup->get()[0] = '\0';
-    return ScopedFile();
-  }
-  int out = mkostemp(backup->get(), O_CLOEXEC);
+  char* path =
+      backup->adopt(g_strdup_printf("%.*s/.%s.XXXXXX", static_cast<int>(slash - host), host, slash + 1));
+  int out = mkostemp(path, O_CLOEXEC);
   if (out < 0) {
-    backup->get()[0] = '\0';
+    path[0] = '\0';
     return ScopedFile();
   }
   call_scope::keep_descriptor(out);
@@ -171,16 +165,14 @@ bool values_fit(json_t* request) {
 
 // "uci set <file>.<section>.<option>=<value>"; its exit status is not examined.
 void uci_set(const char* name, const char* member, const char* value) {
-  char argument[kSetArgumentLimit] = {};
+  char argument[kSetArgumentRoom] = {};
   snprintf(argument, sizeof argument, "%s.%s=%s", name, member, value);
   const char* const argv[] = {"uci", "set", argument, nullptr};
   run_command(argv, kUciTimeoutMs);
 }
 
 void uci_commit(const char* name) {
-  char argument[kCommitArgumentLimit] = {};
-  snprintf(argument, sizeof argument, "%s", name);
-  const char* const argv[] = {"uci", "commit", argument, nullptr};
+  const char* const argv[] = {"uci", "commit", name, nullptr};
   run_command(argv, kUciTimeoutMs);
 }
 
@@ -199,7 +191,7 @@ int32_t apply_options(FILE* backup, json_t* request, const char* name, bool* cha
       size_t n = strlen(w.third);
       if (n > kShortestCounted) copy_text(section, std::string_view(w.third + 1, n - 2));
     } else if (section[0] != '\0' && is_option_line(w)) {
-      char member[kMemberLimit] = {};
+      char member[kMemberRoom] = {};
       snprintf(member, sizeof member, "%s.%s", section, w.second);
       char value[kValueRoom] = {};
       result = read_json_text(request, member, value);
@@ -253,7 +245,7 @@ int32_t set_app_paras(lua_State* L) {
   const char* text = lua_isstring(L, -1) ? lua_tolstring(L, -1, &length) : nullptr;
   if (text == nullptr) return kNotJson;
   ScopedJson request(json_loadb(text, length, 0, nullptr));
-  char name[kNameRoom] = {};
+  char name[kValueRoom] = {};
   if (read_json_text(request.get(), "config", name) != 0 || !values_fit(request.get())) return kNotJson;
   char path[kWritePathLimit] = {};
   snprintf(path, sizeof path, "/etc/config/%s", name);
@@ -261,7 +253,7 @@ int32_t set_app_paras(lua_State* L) {
   if (plain_file_name(name) && uci_package_name(name)) host = host_path(path);
   if (!host || !g_file_test(host.get(), G_FILE_TEST_EXISTS)) return 0;
 
-  ScopedBackup backup(static_cast<char*>(g_malloc0(kHostPathRoom)));
+  ScopedBackup backup;
   // A copy that fails leaves no backup to read: nothing is changed.
   ScopedFile copy = make_backup(host.get(), &backup);
   if (!copy) return 0;

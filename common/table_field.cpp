@@ -9,6 +9,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "common/lua_error.h"
 
 namespace velconfig {
@@ -56,7 +58,7 @@ FieldRead read_field_text(lua_State* L, const char* name, char* buf, int32_t cap
   // Judged over the whole text, not only the part kept: a page that sent a broken
   // text gets no write made from the part of it that happens to fit.
   bool clean = clean_text(value, length);
-  size_t limit = capacity > 0 ? static_cast<size_t>(capacity) : 1;
+  size_t limit = static_cast<size_t>(std::max<int32_t>(capacity, 1));
   size_t n = 0;
   bool cut = clean && length > limit;
   if (clean && !(cut && whole_only)) {

@@ -25,7 +25,6 @@ constexpr const char* kWlanInterface = "com.zom.igd1.WLANConfiguration";
 
 constexpr int32_t kHoldOffSeconds = 180;
 // uci answers at once; one that does not is not waited for longer than this.
-constexpr int kUciTimeoutMs = 5000;
 constexpr size_t kMarkLineRoom = 64;
 constexpr size_t kMarkAssignmentRoom = 256;
 

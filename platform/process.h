@@ -8,6 +8,10 @@ namespace velconfig {
 
 constexpr int kCommandFailed = -1;
 
+// How long a uci command may run before it is killed: it edits one small file and ends
+// at once, and one that hangs must not hold the web page that called it.
+constexpr int kUciTimeoutMs = 5000;
+
 // Runs argv[0] with the arguments argv (null-terminated), its output discarded, and
 // waits at most timeout_ms for it to end. The exit status (0-255), or
 // kCommandFailed when it could not start, was killed by a signal or ran too long

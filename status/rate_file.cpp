@@ -75,12 +75,14 @@ class LineScanner {
     return true;
   }
 
-  // %ld: saturates at the limits of a signed 64-bit number as strtol does.
-  bool signed_number(int64_t* out) {
+  // %ld: saturates at the limits of a signed 64-bit number as strtol does. It reads
+  // a line's last field, so no caller asks whether it found digits: without any, the
+  // value is 0, as the cleared record already holds.
+  void signed_number(int64_t* out) {
     bool negative = false;
     uint64_t value = 0;
     bool overflow = false;
-    if (!digits(&negative, &value, &overflow)) return false;
+    digits(&negative, &value, &overflow);
     constexpr uint64_t kMax = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
     if (negative) {
       *out = (overflow || value > kMax + 1) ? std::numeric_limits<int64_t>::min()
@@ -88,7 +90,6 @@ class LineScanner {
     } else {
       *out = (overflow || value > kMax) ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(value);
     }
-    return true;
   }
 
  private:

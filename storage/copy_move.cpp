@@ -40,7 +40,7 @@ bool take_field(std::string_view* text, char* out, size_t cap) {
 }
 
 bool take_bar(std::string_view* text) {
-  if (text->empty() || text->front() != '|') return false;
+  if (text->substr(0, 1) != "|") return false;
   text->remove_prefix(1);
   return true;
 }

@@ -141,6 +141,8 @@ describe("getMallUrl", function()
     local cases = {
       { good("m.example", "a&MAC=spoof#", "00:11"), "https://m.example/appmarket?token=a%26MAC%3Dspoof%23&MAC=00%3A11" },
       { good("m.example", "tök", "M"), "https://m.example/appmarket?token=t%C3%B6k&MAC=M" },
+      -- the unreserved characters stay as they are, every other one is escaped
+      { good("m.example", "Az09-._~", "a+b/!"), "https://m.example/appmarket?token=Az09-._~&MAC=a%2Bb%2F%21" },
       -- 254 bytes and a two-byte character: the host keeps the 254
       { good(("h"):rep(254) .. "é", "T", "M"), "https://" .. ("h"):rep(254) .. "/appmarket?token=T&MAC=M" },
       { good("m.example", "T", "AA\r\nX: 1"), nil, "解析MAC参数失败" },

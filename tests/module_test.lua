@@ -71,11 +71,13 @@ describe("capability queries", function()
     assert.are.equal(0, v:get("hasWiFi"))
   end)
 
-  -- The last: a first field of 15 characters (all that is kept) whose last one decides,
-  -- in a text longer than the working buffer.
+  -- Then: a first field of 15 characters (all that is kept) whose last one decides, in
+  -- a text longer than the working buffer; and a first field just inside, then just
+  -- outside, the 63 characters of the text that are read.
   local pots = {
     { "1;0", 1 }, { "0;1", 0 }, { ";;2", 1 }, { "", 0 }, { "abc;1", 0 }, { " 7", 1 },
     { ("0"):rep(14) .. "1" .. ("2"):rep(185), 1 },
+    { (";"):rep(62) .. "1", 1 }, { (";"):rep(63) .. "1", 0 },
   }
   it("hasPots is whether the first field of Capability reads as a number other than 0, or its read fails", function()
     for _, case in ipairs(pots) do

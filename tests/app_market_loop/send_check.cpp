@@ -23,7 +23,7 @@
 
 namespace {
 
-enum class Sending { kPlain, kTrickle, kFull, kThrow, kReadFails };
+enum class Sending { kPlain, kTrickle, kFull, kFails, kThrow, kReadFails };
 Sending sending = Sending::kPlain;
 int send_calls = 0;
 int recv_calls = 0;
@@ -31,7 +31,8 @@ pthread_t page_thread;
 
 }  // namespace
 
-// Trickle: each call either finds the socket full, is interrupted, or takes one byte.
+// Trickle: each call either finds the socket full, is interrupted, or takes one byte;
+// Fails: each call fails as for a peer that has gone.
 extern "C" ssize_t send(int fd, const void* data, size_t length, int flags) {
   if (!pthread_equal(pthread_self(), page_thread) || sending == Sending::kPlain ||
       sending == Sending::kReadFails) {
@@ -41,6 +42,9 @@ extern "C" ssize_t send(int fd, const void* data, size_t length, int flags) {
   switch (sending) {
     case Sending::kFull:
       errno = EAGAIN;
+      return -1;
+    case Sending::kFails:
+      errno = EPIPE;
       return -1;
     case Sending::kThrow:
       throw std::bad_alloc();
@@ -131,6 +135,12 @@ int main() {
   velsim::set_app_market_timeout(300);
   CHECK(mall_url(L, Sending::kReadFails) == "获取应用商城URL失败，错误原因: 解析命令类型参数失败");
   CHECK(result == 1 && recv_calls == 1);
+
+  // A send that fails outright: the connection failed, at once and without a retry.
+  velsim::reset_cloud();
+  velsim::set_app_market_timeout(300);
+  CHECK(mall_url(L, Sending::kFails) == failed);
+  CHECK(result == 1 && send_calls == 1);
 
 #ifdef VELCONFIG_UBOX_STANDIN
   // Sending fails with an exception inside the loop: the exchange fails as a failed

@@ -49,10 +49,8 @@ struct FieldRead {
 FieldRead read_field_text(lua_State* L, const char* name, char* buf, int32_t capacity, bool whole_only) {
   lua_getfield(L, -1, name);
   int type = lua_type(L, -1);
-  if (type != LUA_TSTRING && type != LUA_TNUMBER) {
-    lua_pop(L, 1);
-    throw_not_text(L, type, name);
-  }
+  // The error ends the call, and the stack with it.
+  if (type != LUA_TSTRING && type != LUA_TNUMBER) throw_not_text(L, type, name);
   size_t length = 0;
   const char* value = lua_tolstring(L, -1, &length);
   // Judged over the whole text, not only the part kept: a page that sent a broken

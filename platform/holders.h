@@ -92,6 +92,7 @@ using ScopedVariant = Scoped<GVariant, g_variant_unref>;
 using ScopedText = Scoped<char, release_fn::text>;
 using ScopedJson = Scoped<json_t, release_fn::json>;
 using ScopedBuilder = Scoped<GVariantBuilder, release_fn::builder>;
+using ScopedBlock = Scoped<void, g_free>;  // a block of the platform's, never read
 
 // Handles live in frames a Lua error may longjmp over: none may need a destructor.
 static_assert(std::is_trivially_destructible_v<ScopedVariant>, "a longjmp may pass over a ScopedVariant");

@@ -92,8 +92,7 @@ void get_gw_info(lua_State* L, bool all) {
   ZoVelSupportWiFi(&has_wifi);
   if (all) {
     if (has_wifi != 0) wifi_names(L);
-    ZoVelPPPoEConfig pppoe;
-    memset(&pppoe, 0, sizeof pppoe);
+    ZoVelPPPoEConfig pppoe = {};
     ZoVelGetPPPoEConfig(&pppoe);
     set_text(L, "wanAcnt", field_text(pppoe.account));
   }
@@ -105,8 +104,7 @@ void get_gw_info(lua_State* L, bool all) {
   }
   set_text(L, "DevType", dev_type);
 
-  ZoVelDeviceInfo info;
-  memset(&info, 0, sizeof info);
+  ZoVelDeviceInfo info = {};
   ZoVelGetDeviceInfo(&info);
   set_text(L, "ProductCls", field_text(info.product_class));
   set_text(L, "ProductSN", field_text(info.serial));
@@ -114,8 +112,7 @@ void get_gw_info(lua_State* L, bool all) {
   set_text(L, "SWVer", field_text(info.sw_version));
   set_text(L, "Vendor", field_text(info.vendor));
 
-  ZoVelNetworkInfo net;
-  memset(&net, 0, sizeof net);
+  ZoVelNetworkInfo net = {};
   ZoVelGetNetworkInfo(&net);
   set_text(L, "LANIP", field_text(net.lan_ipv4));
   set_text(L, "LANIPv6", field_text(net.lan_ipv6));
@@ -134,8 +131,7 @@ void get_gw_info(lua_State* L, bool all) {
 }
 
 void get_gw_ips(lua_State* L, const GetArgs&) {
-  ZoVelNetworkInfo net;
-  memset(&net, 0, sizeof net);
+  ZoVelNetworkInfo net = {};
   ZoVelGetNetworkInfo(&net);
   lua_newtable(L);
   set_text(L, "LANIP", field_text(net.lan_ipv4));
@@ -146,8 +142,7 @@ void get_gw_ips(lua_State* L, const GetArgs&) {
 }
 
 void get_dev_type(lua_State* L, const GetArgs&) {
-  ZoVelDeviceInfo info;
-  memset(&info, 0, sizeof info);
+  ZoVelDeviceInfo info = {};
   ZoVelGetDeviceInfo(&info);
   lua_pushnumber(L, decimal_value(field_text(info.dev_type)));
 }

@@ -60,8 +60,7 @@ void get_gw_status(lua_State* L, const GetArgs&) {
   lua_newtable(L);
   set_number(L, "upTime", pppoe_duration());
 
-  ZoVelDeviceInfo info;
-  memset(&info, 0, sizeof info);
+  ZoVelDeviceInfo info = {};
   ZoVelGetDeviceInfo(&info);
   set_number(L, "sysTime", info.sys_time);
   set_number(L, "cpuUsed", info.cpu_usage);

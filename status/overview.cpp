@@ -101,8 +101,7 @@ void storage_rows(lua_State* L) {
 }
 
 void wan_state(lua_State* L) {
-  ZoVelNetworkInfo net;
-  memset(&net, 0, sizeof net);
+  ZoVelNetworkInfo net = {};
   ZoVelGetNetworkInfo(&net);
   std::string_view v4 = field_text(net.ipv4_status);
   bool up =

@@ -222,14 +222,13 @@ struct WiFiFacts {
   bool wifi6;
 };
 
-// The Wi-Fi information record's facts; the record's two platform blocks are given
-// back at once (nothing runs between the fill and the release).
+// The Wi-Fi information record's facts. Its two platform blocks (either may be null)
+// are never read; the call scope gives them back with everything else of the call.
 WiFiFacts read_wifi_facts() {
-  ZoVelWiFiInfo info;
-  memset(&info, 0, sizeof info);
+  ZoVelWiFiInfo info = {};
   ZoVelGetWiFiInfo(&info);
-  g_free(info.block1);  // either may be null, which g_free ignores
-  g_free(info.block2);
+  ScopedBlock block1(info.block1);
+  ScopedBlock block2(info.block2);
   WiFiFacts facts{info.dual_band != 0, field_text(info.standards).find("802.11ax") != std::string_view::npos};
   return facts;
 }

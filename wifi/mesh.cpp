@@ -122,8 +122,7 @@ constexpr const char* kFields5g[5] = {"mesh_5G_enbl", "mesh_5G_ssid", "mesh_5G_a
 // settings go in one ordered write and the thresholds to the plugin. The result is
 // the settings write's; the roaming exchange shows only in the log.
 int32_t set_easymesh_config(lua_State* L) {
-  ZoVelEasymeshConfig config;
-  memset(&config, 0, sizeof config);
+  ZoVelEasymeshConfig config = {};
   char mesh_enable[16];
   if (!read_field(L, "easymeshEnbl", mesh_enable)) return kTextRefused;
   if (decimal_value(mesh_enable) != 1) return write_property(kMesh, "Enable", g_variant_new_boolean(FALSE));

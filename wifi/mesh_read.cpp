@@ -41,8 +41,7 @@ void get_easymesh_config(lua_State* L, const GetArgs&) {
   int32_t rcpi_2g = kDefaultRcpi2g;
   int32_t rcpi_5g = kDefaultRcpi5g;
   lua_newtable(L);
-  ZoVelEasymeshConfig config;
-  memset(&config, 0, sizeof config);
+  ZoVelEasymeshConfig config = {};
   // A failed read leaves the cleared record: mesh off and empty texts.
   ZoVelGetEasymeshConfigInfo(&config);
   set_bool(L, "enblMesh", config.enable != 0);

@@ -78,8 +78,7 @@ void get_wifi_timer(lua_State* L, const GetArgs&) {
   char start[kTimeRoom];
   char end[kTimeRoom];
   char now[64];
-  ZoVelWiFiTimer timer;
-  memset(&timer, 0, sizeof timer);
+  ZoVelWiFiTimer timer = {};
   // A failed read shows the cleared record: off, 00:00 to 00:00.
   ZoVelGetWiFiTimer(&timer);
   normalise_time(field_text(timer.start_time), start);
@@ -105,8 +104,7 @@ int32_t set_wifi_timer(lua_State* L) {
     return kTextRefused;
   }
   uint32_t mask = timer_ssid_mask();
-  ZoVelWiFiTimer timer;
-  memset(&timer, 0, sizeof timer);
+  ZoVelWiFiTimer timer = {};
   int32_t code = ZoVelGetWiFiTimer(&timer);
   if (code != 0) return code;
   if (enable == 0 && timer.enable == 0) return 0;

@@ -54,7 +54,6 @@ constexpr char kUrlFormat[] = "https://%s/appmarket?token=%s&MAC=%s";
 // Room for the longest address (a few bytes to spare): every query byte may become a
 // three-byte escape, so the address is never cut.
 constexpr size_t kUrlRoom = sizeof kUrlFormat + kUrlHostRoom + 3 * kTokenRoom + 3 * kMacRoom;
-constexpr size_t kHostRoom = 64;
 constexpr int64_t kNoPort = 65536;  // outside the valid range until read
 constexpr int64_t kHighestPort = 65535;
 
@@ -422,7 +421,7 @@ Outcome request_market_url(AppMarketState* s, char (&url)[kUrlRoom]) {
   char port_text[16] = {};
   snprintf(port_text, sizeof port_text, "%d", static_cast<int>(port));
   // The daemon listens on the gateway's own LAN address, not on the loopback one.
-  char host[kHostRoom] = {};
+  char host[sizeof lan_ip] = {};  // the LAN address, or the simulator's loopback one
   int fd =
       cloud_client_host(lan_ip, host, sizeof host) ? usock(USOCK_TCP | USOCK_NONBLOCK, host, port_text) : -1;
   if (fd < 0) {

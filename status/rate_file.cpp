@@ -9,6 +9,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <limits>
 #include <string_view>
 
@@ -83,13 +84,11 @@ class LineScanner {
     uint64_t value = 0;
     bool overflow = false;
     digits(&negative, &value, &overflow);
+    // The largest magnitude each sign can have: 2^63 below zero, 2^63 - 1 above.
     constexpr uint64_t kMax = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
-    if (negative) {
-      *out = (overflow || value > kMax + 1) ? std::numeric_limits<int64_t>::min()
-                                            : static_cast<int64_t>(0 - value);
-    } else {
-      *out = (overflow || value > kMax) ? std::numeric_limits<int64_t>::max() : static_cast<int64_t>(value);
-    }
+    uint64_t limit = negative ? kMax + 1 : kMax;
+    uint64_t magnitude = overflow ? limit : std::min(value, limit);
+    *out = static_cast<int64_t>(negative ? 0 - magnitude : magnitude);
   }
 
  private:

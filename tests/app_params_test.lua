@@ -82,7 +82,10 @@ describe("getAppParas", function()
     config("  ")
     config(string.rep("a", 50))
     config(string.rep("b", 51))
+    config("my app")
     assert.are.equal(1, v:get("getAppParas", string.rep("a", 50)).ret)
+    -- a blank inside a name is an ordinary character of a file's name
+    assert.are.equal(1, v:get("getAppParas", "my app").ret)
     for _, name in ipairs({ "", "nothere", string.rep("b", 51), "../secret", "/etc/secret", "-x", "  ", "." }) do
       assert.are.same({ ret = 0 }, v:get("getAppParas", name))
     end

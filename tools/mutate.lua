@@ -181,8 +181,7 @@ local function sites_of(file)
       -- Bounds: a constexpr limit's value, and explicit +1/-1 adjustments.
       local s, _, name, value = code:find("^%s*constexpr [%w_:]+ (k[%w_]+) = (%d+);")
       if s then
-        add("bound", number, code:find(value .. ";", 1, true), value,
-          tostring(tonumber(value) + ((number % 2 == 0) and 1 or -1)))
+        add("bound", number, code:find(value .. ";", 1, true), value, "")  -- up or down: decided by its rank
         constants[#sites] = name
       end
       for word in code:gmatch("k[%w_]+") do
@@ -235,6 +234,7 @@ local function sites_of(file)
         tostring(site.column - indent), site.from }, "\0")
       seen[key] = (seen[key] or 0) + 1
       site.rank = hash(key .. "\0" .. seen[key])
+      if site.to == "" then site.to = tostring(tonumber(site.from) + ((site.rank % 2 == 0) and 1 or -1)) end
       kept[#kept + 1] = site
     end
   end

@@ -41,6 +41,9 @@ constexpr char kRequest[] =
     "\"RPCMethod\":\"GetAppMarketURL\"}";
 static_assert(sizeof kRequest - 1 == 99, "the request's JSON text is 99 bytes");
 
+// A socket that is full or has nothing yet says so with one code on this system.
+static_assert(EAGAIN == EWOULDBLOCK, "EWOULDBLOCK is EAGAIN");
+
 constexpr size_t kHeaderBytes = 4;
 constexpr size_t kFrameRoom = 256;
 // The JSON text of a reply is read up to the header's length, but never more than
@@ -129,7 +132,7 @@ bool send_all(AppMarketState* s, const unsigned char* data, size_t size) {
       sent += static_cast<size_t>(n);
     } else if (n < 0 && errno == EINTR) {
       continue;
-    } else if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+    } else if (n < 0 && errno == EAGAIN) {
       int64_t left = deadline - monotonic_ms();
       struct pollfd p = {fd, POLLOUT, 0};
       if (left <= 0 || poll(&p, 1, static_cast<int>(left)) <= 0) return false;
@@ -157,7 +160,7 @@ enum class Received { kWaiting, kComplete, kCutShort };
 Received receive_more(AppMarketState* s) {
   size_t room = frame_length(s) - s->received;
   ssize_t n = recv(s->watcher.fd, s->reply + s->received, room, 0);
-  if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) return Received::kWaiting;
+  if (n < 0 && (errno == EINTR || errno == EAGAIN)) return Received::kWaiting;
   if (n <= 0) return Received::kCutShort;
   s->received += static_cast<size_t>(n);
   return s->received >= frame_length(s) ? Received::kComplete : Received::kWaiting;

@@ -38,7 +38,8 @@ bool set_hostile(const char* name) {
                 {"unterminated", Hostile::kUnterminated},
                 {"wrong-types", Hostile::kWrongTypes},
                 {"huge-replies", Hostile::kHugeReplies},
-                {"deep-json", Hostile::kDeepJson}};
+                {"deep-json", Hostile::kDeepJson},
+                {"count-on-failure", Hostile::kCountOnFailure}};
   for (const auto& n : kNames) {
     if (name != nullptr && strcmp(name, n.name) == 0) {
       current = n.profile;

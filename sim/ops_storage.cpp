@@ -398,6 +398,7 @@ extern "C" int32_t ZoVel_NAS_GetFileNum(const char* folder, uint32_t* count, int
     *count = static_cast<uint32_t>(velsim::last_read().entries.size());
     if (velsim::hostile() == velsim::Hostile::kCountHuge) *count = INT32_MAX;
     if (velsim::hostile() == velsim::Hostile::kCountMinusOne) *count = UINT32_MAX;
+    if (velsim::hostile() == velsim::Hostile::kCountOnFailure) return set_status(status, kFileFailed);
     return set_status(status, 0);
   });
 }

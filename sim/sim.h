@@ -227,18 +227,20 @@ std::vector<json_t*> objects_in(const char* key);
 // answer of the kind concerned. kNone is the well-behaved platform.
 enum class Hostile {
   kNone,
-  kCountMinusOne,  // lists report a count of -1
-  kCountHuge,      // lists report 2^31-1 records with the short array they have
-  kArrayAbsent,    // lists give no array with a positive count
-  kUnterminated,   // every record's bytes are 'A': texts without terminators filling their fields
-  kWrongTypes,     // D-Bus values of another type
-  kHugeReplies,    // plugin replies, cloud replies and platform texts of 1 MB
-  kDeepJson,       // plugin and cloud replies nested 10 000 deep
+  kCountMinusOne,   // lists report a count of -1
+  kCountHuge,       // lists report 2^31-1 records with the short array they have
+  kArrayAbsent,     // lists give no array with a positive count
+  kUnterminated,    // every record's bytes are 'A': texts without terminators filling their fields
+  kWrongTypes,      // D-Bus values of another type
+  kHugeReplies,     // plugin replies, cloud replies and platform texts of 1 MB
+  kDeepJson,        // plugin and cloud replies nested 10 000 deep
+  kCountOnFailure,  // a folder count that fails still reports the folder's count
 };
 Hostile hostile();
 void set_hostile(Hostile h);
 // The profile named by text ("count-1", "count-huge", "array-absent", "unterminated",
-// "wrong-types", "huge-replies", "deep-json", "none"); false for another text.
+// "wrong-types", "huge-replies", "deep-json", "count-on-failure", "none"); false for
+// another text.
 bool set_hostile(const char* name);
 
 // Under the huge-replies and deep-json profiles: replaces the g_malloc'd text by a

@@ -15,8 +15,6 @@
 namespace velconfig {
 namespace {
 
-constexpr size_t kStorageNameRoom = 136;
-
 bool is_one_of(std::string_view type, std::initializer_list<const char*> names) {
   for (const char* name : names) {
     if (equals_ignoring_case(type, name)) return true;
@@ -83,7 +81,7 @@ void storage_rows(lua_State* L) {
   devices.fill(ZoVel_GetUSBDeviceObjs);
   for (const ZoVelUsbDevice& usb : devices) {
     if (usb.device_class != kMassStorageClass) continue;
-    char name[kStorageNameRoom] = {};
+    char name[sizeof usb.label + 1] = {};  // the whole label, or "USB_disc" and a number
     std::string_view label = field_text(usb.label);
     if (!label.empty()) {
       copy_text(name, label);

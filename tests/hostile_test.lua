@@ -91,6 +91,14 @@ describe("a hostile platform", function()
     assert.are.equal(honest["get fileLists"].fileNum, a["get fileLists"].fileNum)
   end)
 
+  it("failing a folder count that still reports one lists nothing and passes the count on", function()
+    sim.hostile("count-on-failure")
+    local a = every_key()
+    local files = a["get subFiles"]
+    assert.are.same({ 4, 0, 0 }, { files.fileNum, rows(files, "file"), rows(a["get fileLists"], "file") })
+    assert.are.same({ folderNum = 0 }, a["get getDiagFolders"])
+  end)
+
   it("filling every record with unterminated text keeps each text within its field", function()
     sim.hostile("unterminated")
     local a = every_key()

@@ -370,8 +370,11 @@ describe("storage", function()
       assert.are.same(none, v:get("copyMove", "", "a/"))
       assert.are.same({ setRes = false }, v:get("copyMove", "copy|/mnt/usb1/docs|/tmp|a.txt", "a.txt/"))
       assert.are.same({}, h.calls("ZoVel_NAS_Copy"))
-      -- an operation over 15 characters ends the split: no destination; 15 are a move
+      -- an operation over 15 characters ends the split: no destination, even where the
+      -- rest of its field reads as a path; 15 are a move
       assert.are.same({ setRes = false }, v:get("copyMove", "copycopycopycopy|/mnt/usb1|/mnt/usb10|x", "x/"))
+      assert.are.same({ setRes = false },
+        v:get("copyMove", "movemovemovemov/mnt/usb1/docs|/mnt/usb10|x|y", "b.txt/"))
       assert.is_true(v:get("copyMove", "copycopycopycop|/mnt/usb1/docs|/mnt/usb10|x", "b.txt/").setRes)
       assert.are.equal(1, #h.calls("ZoVel_NAS_Move"))
       sim.clear_logs()

@@ -233,7 +233,7 @@ describe("wifiAdv", function()
 
   it("pads short stored times, shows longer ones as stored, the local time, and a cleared record if unreadable", function()
     each_row({ { "8:5", "08:05" }, { "8:30", "08:30" }, { "08:30", "08:30" }, { "1234", "123:00" }, { "", "00:00" }, { ":30", "00:00" },
-      { "7", "07:00" }, { "23:59:5", "23:59:5" } }, function(c, row)
+      { "7", "07:00" }, { "8:5:1", "8:5:1" }, { "23:59:5", "23:59:5" } }, function(c, row)
       timer { start_time = c[1], end_time = c[1], enable = 3 }
       local r = v:get("wifiAdv")
       assert.are.same({ 3, c[2], c[2] }, { r.timerEnbl, r.startTime, r.endTime }, row)

@@ -1,16 +1,20 @@
 -- Mutation check: how many small faults in the module's feature folders the suite catches.
 --   lua5.1 tools/mutate.lua [--count N] [--jobs J] [--dir DIR] [--list] [--timeout S] [--mutants FILE]
+--                           [--draw NAME]
 -- The tracked tree is copied once per job to DIR/wK/src (default build-mutate; the working
 -- tree is never changed) and built in DIR/wK/src/build; the first copy is checked to pass the
 -- suite unmutated. The jobs then take mutants one at a time from a shared queue: each is
 -- applied to the job's copy, built incrementally and run first against the tests of its
--- folder, then (when those pass) against the rest of the suite, each test under a
--- time-out; then the line is put back. A mutant is killed when a test fails, survives when
--- the whole suite passes, and is stillborn when it does not compile (not counted). Which
--- tests a folder starts with only saves time: a survivor has always met the whole suite.
+-- folder, then (when those pass) against the rest of the suite, every test's time-out
+-- capped at --timeout seconds (a mutant that hangs is killed by it); then the line is
+-- put back. A mutant is killed when a test fails, survives when the whole suite passes,
+-- and is stillborn when it does not compile (not counted). Which tests a folder starts
+-- with only saves time: a survivor has always met the whole suite.
 -- Progress and the summary (survivors listed) go to stdout and DIR/report.txt; --list only
 -- prints the mutants. --mutants runs the list of an earlier run's DIR/mutants.txt (or
--- some of its lines, such as its survivors) instead of drawing one.
+-- some of its lines, such as its survivors) instead of drawing one. --draw NAME draws
+-- another sample, independent of the usual one: a draw whose survivors were fixed one
+-- by one says less about the rest of the code than one never looked at.
 --
 -- Mutants are drawn from every site of five kinds in the feature folders and common/, a
 -- fixed share of each kind; which sites is decided by a hash of each site's own text:
@@ -55,11 +59,13 @@ do
       options.worker = assert(tonumber(value()), "--worker takes a number")
     elseif a == "--mutants" then
       options.mutants = assert(value(), "--mutants takes a file")
+    elseif a == "--draw" then
+      options.draw = assert(value(), "--draw takes a name")
     elseif a == "--list" then
       options.list = true
     else
       io.stderr:write("usage: lua5.1 tools/mutate.lua [--count N] [--jobs J] [--dir DIR] [--list] [--timeout S]"
-        .. " [--mutants FILE]\n")
+        .. " [--mutants FILE] [--draw NAME]\n")
       os.exit(2)
     end
     i = i + 1
@@ -233,7 +239,7 @@ local function sites_of(file)
       local key = table.concat({ file:match("[^/]+/[^/]+$") or file, site.kind, text:sub(indent + 1),
         tostring(site.column - indent), site.from }, "\0")
       seen[key] = (seen[key] or 0) + 1
-      site.rank = hash(key .. "\0" .. seen[key])
+      site.rank = hash(key .. "\0" .. seen[key] .. (options.draw and "\0" .. options.draw or ""))
       if site.to == "" then site.to = tostring(tonumber(site.from) + ((site.rank % 2 == 0) and 1 or -1)) end
       kept[#kept + 1] = site
     end
@@ -387,7 +393,7 @@ end
 local counts = {}
 for _, kind in ipairs(KINDS) do counts[#counts + 1] = kind .. " " .. #by_kind[kind] end
 print(("mutate: sites %s; %d mutants%s, %d jobs"):format(table.concat(counts, ", "), #mutants,
-  options.mutants and " from " .. options.mutants or "", options.jobs))
+  options.mutants and " from " .. options.mutants or options.draw and " of draw " .. options.draw or "", options.jobs))
 if options.list then
   for i, m in ipairs(mutants) do print(("%3d %s"):format(i, describe_mutant(m))) end
   os.exit(0)

@@ -19,6 +19,8 @@ extern "C" {
 #include <libubox/usock.h>
 }
 
+#include <algorithm>
+
 #include "apps/apps.h"
 #include "common/result.h"
 #include "platform/dbus.h"
@@ -150,7 +152,7 @@ size_t frame_length(const AppMarketState* s) {
   const unsigned char* h = reinterpret_cast<const unsigned char*>(s->reply);
   size_t announced = (static_cast<size_t>(h[0]) << 24) | (static_cast<size_t>(h[1]) << 16) |
                      (static_cast<size_t>(h[2]) << 8) | h[3];
-  return kHeaderBytes + (announced < kReplyLimit ? announced : kReplyLimit);
+  return kHeaderBytes + std::min(announced, kReplyLimit);
 }
 
 enum class Received { kWaiting, kComplete, kCutShort };

@@ -188,8 +188,7 @@ int32_t apply_options(FILE* backup, json_t* request, const char* name, bool* cha
     if (strcmp(w.first, "config") == 0) {
       // The write wants the bare name: the quotes around it are dropped.
       memset(section, 0, sizeof section);
-      size_t n = strlen(w.third);
-      if (n > kShortestCounted) copy_text(section, std::string_view(w.third + 1, n - 2));
+      if (counted(w.third)) copy_text(section, std::string_view(w.third + 1, strlen(w.third) - 2));
     } else if (section[0] != '\0' && is_option_line(w)) {
       char member[kMemberRoom] = {};
       snprintf(member, sizeof member, "%s.%s", section, w.second);

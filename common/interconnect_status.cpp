@@ -5,6 +5,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "common/result.h"
 #include "platform/escaped_text.h"
 #include "platform/holders.h"
@@ -189,7 +191,7 @@ int32_t collect_access_points(lua_State* L) {
   for (const char* p = info; *p != '\0';) {
     size_t length = strcspn(p, "/");
     char entry[kEntryRoom] = {};
-    memcpy(entry, p, length < sizeof entry - 1 ? length : sizeof entry - 1);
+    memcpy(entry, p, std::min(length, sizeof entry - 1));
     add_access_point(L, entry, &devcnt);
     p += length;
     if (*p == '/') ++p;

@@ -60,10 +60,11 @@ FieldRead read_field_text(lua_State* L, const char* name, char* buf, int32_t cap
   size_t n = 0;
   bool cut = clean && length > limit;
   if (clean && !(cut && whole_only)) {
-    n = length < limit ? length : limit;
+    n = std::min(length, limit);
     // A cut followed by a continuation byte (10xxxxxx) splits a character: it moves
-    // back to that character's first byte.
-    while (n > 0 && n < length && (static_cast<unsigned char>(value[n]) & 0xC0) == 0x80) --n;
+    // back to that character's first byte (a clean text starts with one, so at the
+    // latest at 0).
+    while (n < length && (static_cast<unsigned char>(value[n]) & 0xC0) == 0x80) --n;
     memcpy(buf, value, n);
   }
   if (n < limit) buf[n] = '\0';

@@ -43,6 +43,9 @@ const PropertyTable kStatusProperties{
      [](const char*) { return access_sign("DeviceModel"); }, nullptr},
     {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.NetworkAccessSign", "NASN",
      [](const char*) { return access_sign("NASN"); }, nullptr},
+    // Not read by the module: a reading of all properties meets it after the ones it reads.
+    {"com.zom.igd1", "/com/zom/igd1/Info/Device", "com.zom.igd1.NetworkAccessSign", "AccessMode",
+     [](const char*) { return access_sign("AccessMode"); }, nullptr},
 };
 
 void fill_usb(json_t* usb, ZoVelUsbDevice* r) {

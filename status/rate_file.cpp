@@ -217,7 +217,7 @@ char lower(char c) { return static_cast<unsigned char>(c - 'A') < 26 ? static_ca
 
 // strcasecmp's equality in the C locale.
 bool mac_equal(std::string_view mac, const char (&stored)[sizeof HostRate::mac]) {
-  if (mac.size() >= sizeof stored || stored[mac.size()] != '\0') return false;
+  if (mac.size() != strnlen(stored, sizeof stored)) return false;
   if (memcmp(mac.data(), stored, mac.size()) == 0) return true;
   for (size_t i = 0; i < mac.size(); ++i) {
     if (lower(mac[i]) != lower(stored[i])) return false;

@@ -5,6 +5,8 @@
 #include <glib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "common/result.h"
 #include "platform/holders.h"
 #include "platform/seams.h"
@@ -32,7 +34,7 @@ bool take_field(std::string_view* text, char* out, size_t cap) {
   size_t run = text->find('|');
   if (run == std::string_view::npos) run = text->size();
   if (run == 0) return false;
-  size_t n = run < cap - 1 ? run : cap - 1;
+  size_t n = std::min(run, cap - 1);
   memcpy(out, text->data(), n);
   out[n] = '\0';
   text->remove_prefix(n);

@@ -191,7 +191,7 @@ void get_usb_format(lua_State* L, const GetArgs& args) {
   }
   // A number beyond 32 bits names no disk (wrapped, 4294967299 would format disk 3).
   int64_t wanted = wide_decimal_value(args.a1 != nullptr ? args.a1 : "");
-  bool in_range = wanted >= INT32_MIN && wanted <= INT32_MAX;
+  bool in_range = static_cast<int32_t>(wanted) == wanted;
   const ZoVelUsbDevice* usb = in_range ? disk_with(devices, static_cast<int32_t>(wanted)) : nullptr;
   if (usb == nullptr) {
     set_number(L, "fileNum", 0);

@@ -375,6 +375,9 @@ describe("storage", function()
       assert.are.same({ setRes = false }, v:get("copyMove", "copycopycopycopy|/mnt/usb1|/mnt/usb10|x", "x/"))
       assert.are.same({ setRes = false },
         v:get("copyMove", "movemovemovemov/mnt/usb1/docs|/mnt/usb10|x|y", "b.txt/"))
+      -- nor does an empty operation, which would otherwise read as a move
+      assert.are.same({ setRes = false }, v:get("copyMove", "|/mnt/usb1/docs|/mnt/usb10|x", "b.txt/"))
+      assert.are.same({}, h.calls("ZoVel_NAS_Move"))
       assert.is_true(v:get("copyMove", "copycopycopycop|/mnt/usb1/docs|/mnt/usb10|x", "b.txt/").setRes)
       assert.are.equal(1, #h.calls("ZoVel_NAS_Move"))
       sim.clear_logs()

@@ -204,9 +204,9 @@ void read_reply(AppMarketState* s, json_t* reply) {
   char value[kValueRoom] = {};
   if (read_json_text(reply, "ID", value) != 0) return store_failure(s, kReplyUnparsed);
   if (strcmp(value, kRequestId) != 0) return store_failure(s, "返回ID与请求ID不一致");
-  memset(value, 0, sizeof value);
-  if (read_json_text(reply, "Status", value) != 0) return store_failure(s, "解析返回状态参数失败");
-  if (decimal_value(value) != 0) {
+  char status[kValueRoom] = {};
+  if (read_json_text(reply, "Status", status) != 0) return store_failure(s, "解析返回状态参数失败");
+  if (decimal_value(status) != 0) {
     if (read_json_text(reply, "FailReason", s->failure) != 0) store_failure(s, "解析失败原因参数失败");
     return;
   }

@@ -17,7 +17,6 @@ constexpr size_t kAddressRoom = 63;  // at most 62 characters kept
 
 // The access-network marks of the "com.zom.igd1.NetworkAccessSign" interface.
 struct AccessSign {
-  char path[256];
   uint8_t mark_type;
   char device_model[kTextRoom];
   char nasn[kTextRoom];
@@ -27,7 +26,6 @@ void read_access_sign(AccessSign* sign) {
   memset(sign, 0, sizeof *sign);
   ScopedVariant all = read_all_properties({kIgdService, kDevicePath, "com.zom.igd1.NetworkAccessSign"});
   if (!all) return;
-  copy_text(sign->path, kDevicePath);
   GVariantIter iter;
   g_variant_iter_init(&iter, all.get());
   const char* name = nullptr;

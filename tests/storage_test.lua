@@ -333,6 +333,10 @@ describe("storage", function()
       -- without the largest file among the names the last copy is the starting candidate
       r = v:get("copyMove", "copy|/mnt/usb3/a|/mnt/usb3/b|none", "x/")
       assert.are.same({ 4, 100 }, { r.transId, r.percent })
+      -- copies that are all done: none takes the largest file's place
+      use_disks({ disk(2, "/mnt/usb1", "", { ["a/"] = "", ["a/x"] = big(10), ["a/big.iso"] = big(10), ["b/"] = "" }) })
+      r = v:get("copyMove", "copy|/mnt/usb1/a|/mnt/usb1/b|big.iso", "x/big.iso/")
+      assert.are.same({ 2, 100 }, { r.transId, r.percent })
     end)
 
     it("stops at the first name that fails, whose empty slot is then reported, and copies whole folders", function()

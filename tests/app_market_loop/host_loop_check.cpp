@@ -21,21 +21,12 @@ extern "C" {
 #include "apps/apps.h"
 #include "platform/holders.h"
 #include "sim/cloud.h"
+#include "tests/app_market_loop/mall_call.h"
 #include "tests/check.h"
 
 namespace {
 
-int result = -1;
 lua_State* interpreter = nullptr;
-
-int call_mall_url(lua_State* L) {
-  size_t mark = velconfig::call_scope::mark();
-  velconfig::get_mall_url(L, velconfig::GetArgs{nullptr, nullptr});
-  velconfig::call_scope::release_to(mark);
-  lua_getfield(L, -1, "result");
-  result = static_cast<int>(lua_tonumber(L, -1));
-  return 0;
-}
 
 int64_t now_ms() {
   struct timespec ts;
@@ -115,7 +106,7 @@ void case_dispositions_kept() {
     set_handler(SIGPIPE, pipe_handler);
     Dispositions before = dispositions();
     call_unanswered(100);
-    CHECK(result == 1);
+    CHECK(mall_result == 1);
     CHECK(same(before, dispositions()));
   }
 }
@@ -133,7 +124,7 @@ void case_sigterm_handled() {
   set_handler(SIGTERM, server_on_interrupt);
   signal_later(SIGTERM, 200);
   call_unanswered(800);
-  CHECK(result == 1 && server_interrupts == 1);
+  CHECK(mall_result == 1 && server_interrupts == 1);
   struct sigaction a;
   sigaction(SIGTERM, nullptr, &a);
   CHECK(a.sa_handler == server_on_interrupt);
@@ -204,7 +195,7 @@ void case_joined_reply() {
   HostLoop host;
   start_host_loop(&host);
   uloop_run();
-  CHECK(result == 0 && host_events == 1 && !cancelled_after_call);
+  CHECK(mall_result == 0 && host_events == 1 && !cancelled_after_call);
   CHECK(host.watcher.registered);
   CHECK(write(host.pair[1], "b", 1) == 1);
   uloop_run();
@@ -221,7 +212,7 @@ void case_joined_stop() {
   HostLoop host;
   start_host_loop(&host);
   uloop_run();
-  CHECK(result == 1 && cancelled_after_call && call_took_ms < 2500);
+  CHECK(mall_result == 1 && cancelled_after_call && call_took_ms < 2500);
   stop_host_loop(&host);
 }
 
@@ -235,7 +226,7 @@ void case_joined_sigterm() {
   start_host_loop(&host);
   signal_later(SIGTERM, 300);
   int stopped_by = uloop_run();
-  CHECK(stopped_by == SIGTERM && result == 1 && cancelled_after_call);
+  CHECK(stopped_by == SIGTERM && mall_result == 1 && cancelled_after_call);
   stop_host_loop(&host);
 }
 

@@ -19,6 +19,7 @@
 #include "platform/holders.h"
 #include "sim/cloud.h"
 #include "sim/sim.h"
+#include "tests/app_market_loop/mall_call.h"
 #include "tests/check.h"
 
 namespace {
@@ -70,24 +71,13 @@ extern "C" ssize_t recv(int fd, void* data, size_t length, int flags) {
 
 namespace {
 
-int result = -1;
-
-int call_mall_url(lua_State* L) {
-  size_t mark = velconfig::call_scope::mark();
-  velconfig::get_mall_url(L, velconfig::GetArgs{nullptr, nullptr});
-  velconfig::call_scope::release_to(mark);
-  lua_getfield(L, -1, "result");
-  result = static_cast<int>(lua_tonumber(L, -1));
-  return 0;
-}
-
 // The call's result, and the last log line's text.
 std::string mall_url(lua_State* L, Sending how) {
   velsim::clear_logs();
   sending = how;
   send_calls = 0;
   recv_calls = 0;
-  result = -1;
+  mall_result = -1;
   CHECK(lua_cpcall(L, call_mall_url, nullptr) == 0);
   sending = Sending::kPlain;
   json_t* lines = velsim::log_lines();
@@ -115,7 +105,7 @@ int main() {
   // One byte at a time between full sockets and interruptions: the whole frame goes.
   velsim::reset_cloud();
   mall_url(L, Sending::kTrickle);
-  CHECK(result == 0);
+  CHECK(mall_result == 0);
   std::vector<velsim::CloudExchange> served = velsim::cloud_exchanges(1, 2000);
   CHECK(served.size() == 1 && served[0].request.size() == 103 &&
         served[0].request.compare(0, 4, "\0\0\0\x63", 4) == 0);
@@ -126,7 +116,7 @@ int main() {
   velsim::set_app_market_timeout(300);
   double started = seconds_now();
   CHECK(mall_url(L, Sending::kFull) == failed);
-  CHECK(result == 1 && seconds_now() - started < 5);
+  CHECK(mall_result == 1 && seconds_now() - started < 5);
   CHECK(send_calls > 1);
 
   // A read that fails ends the exchange at once as a reply cut short; it is not
@@ -134,22 +124,22 @@ int main() {
   velsim::reset_cloud();
   velsim::set_app_market_timeout(300);
   CHECK(mall_url(L, Sending::kReadFails) == "获取应用商城URL失败，错误原因: 解析命令类型参数失败");
-  CHECK(result == 1 && recv_calls == 1);
+  CHECK(mall_result == 1 && recv_calls == 1);
 
   // A send that fails outright: the connection failed, at once and without a retry.
   velsim::reset_cloud();
   velsim::set_app_market_timeout(300);
   CHECK(mall_url(L, Sending::kFails) == failed);
-  CHECK(result == 1 && send_calls == 1);
+  CHECK(mall_result == 1 && send_calls == 1);
 
 #ifdef VELCONFIG_UBOX_STANDIN
   // Sending fails with an exception inside the loop: the exchange fails as a failed
   // connection, and a later call still works.
   velsim::reset_cloud();
   CHECK(mall_url(L, Sending::kThrow) == failed);
-  CHECK(result == 1);
+  CHECK(mall_result == 1);
   mall_url(L, Sending::kPlain);
-  CHECK(result == 0);
+  CHECK(mall_result == 0);
 #endif
 
   lua_close(L);
